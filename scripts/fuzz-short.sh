@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Runs every fuzzer in BUILD_DIR for SECONDS seconds over its committed corpus.
+set -euo pipefail
+dir=${1:-build/fuzz}; secs=${2:-5}
+root=$(cd "$(dirname "$0")/.." && pwd)
+for f in "$dir"/fuzz/fuzz_*; do
+  [ -x "$f" ] || continue
+  name=$(basename "$f"); name=${name#fuzz_}
+  corpus="$root/fuzz/corpus/$name"
+  work=$(mktemp -d)
+  [ -d "$corpus" ] && cp -r "$corpus"/. "$work"/ 2>/dev/null || true
+  echo "fuzz $name: ${secs}s"
+  "$f" -max_total_time="$secs" -print_final_stats=0 "$work" 2>&1 | tail -n 2
+  rm -rf "$work"
+done
