@@ -29,7 +29,7 @@ public:
     bool IsEmpty() const { return m_bEmpty; }
     const SWCharString& GetString() const;
 private:
-    SString_t<unsigned short, 1> m_text;
+    SWCharString m_text;
     bool m_bEmpty;
 };
 

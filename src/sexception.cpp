@@ -1,0 +1,8 @@
+#include "vardo/sexception.h"
+#include "vardo/sstring.h"
+
+namespace Vardo400 {
+
+SException::~SException() {}
+
+} // namespace Vardo400

@@ -1,0 +1,112 @@
+// Trace and assertion entry points. Until a logger exists they drop every message;
+// an installed assertion observer still sees assertion reports.
+#include "vardo/strace.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace Vardo400 {
+
+namespace {
+
+SAssertObserver g_assertObserver = nullptr;
+
+SWCharString ascii(const char* s)
+{
+    SWCharString r;
+    if (s)
+        r.concatFromAscii(s, static_cast<unsigned int>(std::strlen(s)));
+    return r;
+}
+
+// 8-bit text as the library's callers pass it (file names, expressions, messages):
+// bytes widened one to one.
+SWCharString widen(const char* s) { return ascii(s); }
+
+} // namespace
+
+SAssertObserver SetAssertObserver(SAssertObserver observer)
+{
+    SAssertObserver old = g_assertObserver;
+    g_assertObserver = observer;
+    return old;
+}
+
+bool ShouldTrace(int type, const char* sourceFile) { return false; }
+
+bool ShouldAssert(const char*) { return g_assertObserver != nullptr; }
+
+static void report(const char* file, int line, const char* expression, const SWCharString& message)
+{
+    SAssertObserver o = g_assertObserver;
+    if (o)
+        o(file, line, expression, message);
+}
+
+void SAssert(const char* file, int line, const char* expression)
+{
+    report(file, line, expression, ascii("no message"));
+}
+
+void SAssert(const char* file, int line, const char* expression, const char* message)
+{
+    report(file, line, expression, widen(message));
+}
+
+void SAssert(const char* file, int line, const char* expression, const unsigned short* message)
+{
+    report(file, line, expression, SWCharString(message));
+}
+
+void STraceMsg(int type, const char* file, int line, const SWCharString& message) {}
+
+void STrace(const char*, const STraceParameter&, const STraceParameter&, const STraceParameter&,
+            const STraceParameter&, const STraceParameter&, const STraceParameter&,
+            const STraceParameter&, const STraceParameter&, const STraceParameter&,
+            const STraceParameter&, const STraceParameter&, const STraceParameter&)
+{
+}
+
+void STrace(const unsigned short*, const STraceParameter&, const STraceParameter&,
+            const STraceParameter&, const STraceParameter&, const STraceParameter&,
+            const STraceParameter&, const STraceParameter&, const STraceParameter&,
+            const STraceParameter&, const STraceParameter&, const STraceParameter&,
+            const STraceParameter&)
+{
+}
+
+// ---- STraceParameter ----------------------------------------------------------------------
+
+static SWCharString formatted(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+static SWCharString formatted(const char* fmt, ...)
+{
+    char buf[64];
+    va_list ap;
+    va_start(ap, fmt);
+    std::vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    return ascii(buf);
+}
+
+STraceParameter::STraceParameter() : m_bEmpty(true) {}
+STraceParameter::STraceParameter(const SWCharString& s) : m_text(s), m_bEmpty(false) {}
+STraceParameter::STraceParameter(const SString_t<unsigned short, 1>& s) : m_text(s), m_bEmpty(false) {}
+STraceParameter::STraceParameter(const char* s) : m_text(widen(s)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(const unsigned short* s) : m_text(s), m_bEmpty(false) {}
+STraceParameter::STraceParameter(const SChar_t<unsigned short, 1>& c) : m_text(c), m_bEmpty(false) {}
+STraceParameter::STraceParameter(int v) : m_text(formatted("%d", v)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(unsigned int v) : m_text(formatted("%u", v)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(long v) : m_text(formatted("%ld", v)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(unsigned long v) : m_text(formatted("%lu", v)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(long long v) : m_text(formatted("%lld", v)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(double v) : m_text(formatted("%.17g", v)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(bool v) : m_text(ascii(v ? "true" : "false")), m_bEmpty(false) {}
+STraceParameter::STraceParameter(const void* p) : m_text(formatted("%p", p)), m_bEmpty(false) {}
+
+const SWCharString& STraceParameter::GetString() const
+{
+    return m_text;
+}
+
+} // namespace Vardo400

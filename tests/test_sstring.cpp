@@ -1,0 +1,479 @@
+// Behaviour of the string template: buffer sharing and sizes, editing, substrings,
+// search, the five comparison orders, case and blanks, multi-byte text.
+#include <vardo/sstring.h>
+#include <vardo/strace.h>
+
+#include "locale_support.h"
+#include "vardo_gtest.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+using namespace Vardo400;
+
+namespace {
+
+SWCharString W(const char16_t* s) { return SWCharString(reinterpret_cast<const unsigned short*>(s)); }
+const unsigned short* U(const char16_t* s) { return reinterpret_cast<const unsigned short*>(s); }
+
+std::vector<std::string> g_asserts;
+void collect(const char*, int, const char* expression, const SWCharString&) { g_asserts.push_back(expression); }
+
+struct AssertCapture {
+    AssertCapture() { g_asserts.clear(); SetAssertObserver(collect); }
+    ~AssertCapture() { SetAssertObserver(nullptr); }
+};
+
+} // namespace
+
+TEST(SString, EmptyValuesShareTheStaticEmptyBuffer)
+{
+    SWCharString a;
+    EXPECT_TRUE(a.isSharedEmpty());
+    EXPECT_EQ(a.getRefCount(), -1);
+    EXPECT_EQ(a.getCapacity(), 0xFFFFFFFFu);
+    EXPECT_EQ(a.data(), SWCharString::GetEmptyBuffer()->data());
+    EXPECT_EQ(*static_cast<const unsigned short*>(a), 0);
+
+    SWCharString b = W(u"   \t ");
+    EXPECT_FALSE(b.isSharedEmpty());
+    b.trim();
+    EXPECT_TRUE(b.isSharedEmpty());
+
+    SWCharString c = W(u"text");
+    c = static_cast<const unsigned short*>(nullptr);
+    EXPECT_TRUE(c.isSharedEmpty());
+    SWCharString d = W(u"text");
+    d.empty();
+    EXPECT_TRUE(d.isSharedEmpty());
+
+    // Copies of the empty string never count it.
+    SWCharString e(a), f;
+    f = e;
+    EXPECT_EQ(SWCharString::GetEmptyBuffer()->m_refCount, -1);
+
+    SAnsiString g;
+    SAsciiString h;
+    EXPECT_TRUE(g.isSharedEmpty());
+    EXPECT_TRUE(h.isSharedEmpty());
+    EXPECT_NE(static_cast<const void*>(g.data()), static_cast<const void*>(h.data()));
+}
+
+TEST(SString, CopySharesAndWritesUnshare)
+{
+    SWCharString a = W(u"shared text");
+    SWCharString b(a);
+    EXPECT_EQ(a.data(), b.data());
+    EXPECT_EQ(a.getRefCount(), 2);
+
+    b += W(u"!");
+    EXPECT_NE(a.data(), b.data());
+    EXPECT_EQ(a.getRefCount(), 1);
+    EXPECT_EQ(b.getRefCount(), 1);
+    EXPECT_EQ(a, W(u"shared text"));
+    EXPECT_EQ(b, W(u"shared text!"));
+
+    SWCharString c(a);
+    c.setAt(0, SWChar('S'));
+    EXPECT_EQ(a, W(u"shared text"));
+    EXPECT_EQ(c, W(u"Shared text"));
+
+    SWCharString m(a);
+    SWCharString n(std::move(m));
+    EXPECT_TRUE(m.isSharedEmpty());
+    EXPECT_EQ(n.data(), a.data());
+}
+
+TEST(SString, AllocationAndGrowthSizes)
+{
+    // allocBuffer adds 32 spare units to every request; construction asks for the
+    // length plus the terminator.
+    SWCharString a = W(u"abc");
+    EXPECT_EQ(a.getCapacity(), 3u + 1 + 32);
+
+    // A zero-length substring owns a fresh buffer of capacity 33.
+    SWCharString z = a.mid(10, 2);
+    EXPECT_TRUE(z.isEmpty());
+    EXPECT_FALSE(z.isSharedEmpty());
+    EXPECT_EQ(z.getCapacity(), 33u);
+
+    // Appending to an empty string asks for add + 1.
+    SWCharString e;
+    e += W(u"xy");
+    EXPECT_EQ(e.getCapacity(), 2u + 1 + 32);
+
+    // A unique buffer that is full is reallocated in place to add + 2 * length + 1.
+    std::u16string t34(34, u'a');
+    SWCharString u = W(t34.c_str());
+    ASSERT_EQ(u.getCapacity(), 67u);
+    u += W(std::u16string(33, u'b').c_str());
+    EXPECT_EQ(u.getLength(), 67u);
+    EXPECT_EQ(u.getCapacity(), 33u + 2 * 34 + 1);
+
+    // The same growth on a shared buffer allocates, so gains the 32 spare units.
+    SWCharString s = W(t34.c_str());
+    SWCharString keep(s);
+    s += W(std::u16string(33, u'b').c_str());
+    EXPECT_EQ(s.getCapacity(), 33u + 2 * 34 + 1 + 32);
+    EXPECT_EQ(keep.getLength(), 34u);
+
+    // Shared with room: a private copy sized for the new length.
+    SWCharString r = W(u"abcdef");
+    SWCharString r2(r);
+    r += W(u"g");
+    EXPECT_EQ(r.getCapacity(), 7u + 1 + 32);
+
+    // setBufferSize(n) makes room for n units plus the terminator, and more.
+    SWCharString q = W(u"q");
+    SWCharString q2(q);
+    q.setBufferSize(100);
+    EXPECT_EQ(q.getRefCount(), 1);
+    EXPECT_EQ(q.getCapacity(), 101u + 33);
+    EXPECT_EQ(q, W(u"q"));
+}
+
+TEST(SString, AppendsIncludingFromItself)
+{
+    SWCharString s = W(u"ab");
+    s += s;
+    EXPECT_EQ(s, W(u"abab"));
+    s.concat(s.data() + 1, 2);
+    EXPECT_EQ(s, W(u"ababba"));
+    s.concat(U(u"xyz"), 0);
+    s.concat(nullptr, 5);
+    s += static_cast<const unsigned short*>(nullptr);
+    EXPECT_EQ(s, W(u"ababba"));
+    s.concat(U(u"q\0r"), 3); // stops at the terminator
+    EXPECT_EQ(s, W(u"ababbaq"));
+    s.concatFromAscii("12\x7f", 10);
+    EXPECT_EQ(s, W(u"ababbaq12\x7f"));
+    EXPECT_EQ(W(u"ab") + W(u"cd"), W(u"abcd"));
+
+    SWCharString it = W(u"0123456789");
+    SWCharString other;
+    other.concat(it.begin(), it.end());
+    SWCharString::iterator from(it), to(it);
+    from += 2;
+    to += 5;
+    other.concat(from, to);
+    EXPECT_EQ(other, W(u"0123456789234"));
+
+    SWCharString big;
+    for (int i = 0; i < 10000; ++i)
+        big += SWChar(static_cast<unsigned short>('a' + i % 26));
+    EXPECT_EQ(big.getLength(), 10000u);
+    EXPECT_EQ(big.getAt(9999u), SWChar('a' + 9999 % 26));
+}
+
+TEST(SString, InsertDeleteAndSetAt)
+{
+    SWCharString s = W(u"hello world");
+    SWCharString shared(s);
+    s.insertChars(5, W(u","));
+    EXPECT_EQ(s, W(u"hello, world"));
+    EXPECT_EQ(shared, W(u"hello world"));
+    s.insertChar(0u, SWChar('>'));
+    EXPECT_EQ(s, W(u">hello, world"));
+    s.insertChars(s.getLength(), W(u"!"));
+    EXPECT_EQ(s, W(u">hello, world!"));
+
+    SWCharString::iterator it(s);
+    it += 1;
+    s.deleteChars(it, 5);
+    EXPECT_EQ(s, W(u">, world!"));
+    EXPECT_EQ(*it, SWChar(','));
+    s.deleteChar(0u);
+    EXPECT_EQ(s, W(u", world!"));
+    s.deleteChars(2, 1000); // clamped at the end by the iterator
+    EXPECT_EQ(s, W(u", "));
+    s.deleteChars(5, 1); // nothing there
+    EXPECT_EQ(s, W(u", "));
+
+    SWCharString t = W(u"abc");
+    t.insertChars(1, t);
+    EXPECT_EQ(t, W(u"aabcbc"));
+    t.setAt(5, SWChar('Z'));
+    EXPECT_EQ(t, W(u"aabcbZ"));
+    t.setAt(3, SWChar());  // the null character ends the text there
+    EXPECT_EQ(t, W(u"aab"));
+    EXPECT_EQ(t.getLength(), 3u);
+}
+
+TEST(SString, MisuseAssertsAndContinues)
+{
+    AssertCapture capture;
+    SWCharString s = W(u"abc");
+    SWCharString other = W(u"xyz");
+    EXPECT_EQ(s.getCharIndex(SWCharString::iterator(other)), 3u);
+    ASSERT_EQ(g_asserts.size(), 1u);
+    EXPECT_EQ(g_asserts[0], "iter2 == iter");
+
+    SWCharString::iterator foreign(other.data() + 1);
+    g_asserts.clear();
+    s.insertChars(foreign, W(u"q"));
+    EXPECT_EQ(s, W(u"abc"));
+    EXPECT_EQ(g_asserts.size(), 1u);
+}
+
+TEST(SString, SubstringsClampAtTheEnd)
+{
+    SWCharString s = W(u"abc");
+    EXPECT_EQ(s.left(100), W(u"abc"));
+    EXPECT_EQ(s.left(2), W(u"ab"));
+    EXPECT_EQ(s.right(2), W(u"bc"));
+    EXPECT_EQ(s.right(7), W(u"abc"));
+    EXPECT_EQ(s.mid(1), W(u"bc"));
+    EXPECT_EQ(s.mid(1, 1), W(u"b"));
+    EXPECT_TRUE(s.mid(10, 2).isEmpty());
+    EXPECT_TRUE(s.left(0).isEmpty());
+
+    SWCharString::iterator b(s);
+    ++b;
+    SWCharString::iterator e(b);
+    e += 100;
+    EXPECT_TRUE(e.isAtEnd());
+    EXPECT_EQ(e, s.end());
+    EXPECT_EQ(s.left(b), W(u"a"));
+    EXPECT_EQ(s.right(b), W(u"bc"));
+    EXPECT_EQ(s.mid(b), W(u"bc"));
+    EXPECT_EQ(s.mid(b, 1), W(u"b"));
+    EXPECT_EQ(s.mid(b, e), W(u"bc"));
+    EXPECT_EQ(e - b, 2);
+    EXPECT_TRUE(b < e);
+    EXPECT_TRUE(static_cast<bool>(b));
+    EXPECT_FALSE(!b);
+    EXPECT_TRUE(!e);
+}
+
+TEST(SString, SearchGivesTheEndWhenAbsent)
+{
+    SWCharString s = W(u"one two one");
+    EXPECT_EQ(s.getCharIndex(s.find(W(u"two"))), 4u);
+    EXPECT_TRUE(s.find(W(u"three")).isAtEnd());
+    EXPECT_EQ(s.find(W(u"three")), s.end());
+    EXPECT_EQ(s.getCharIndex(s.findFirst(SWChar('o'))), 0u);
+    EXPECT_EQ(s.getCharIndex(s.findLast(SWChar('o'))), 8u);
+    EXPECT_TRUE(s.findLast(SWChar('z')).isAtEnd());
+    EXPECT_TRUE(s.findFirst(SWChar('z')).isAtEnd());
+
+    SWCharString::iterator it(s);
+    it += 1;
+    it.find(W(u"one"));
+    EXPECT_EQ(s.getCharIndex(it), 8u);
+    it.find(SWChar('x'));
+    EXPECT_TRUE(it.isAtEnd());
+
+    SAsciiString a("needle in haystack");
+    EXPECT_EQ(a.getCharIndex(a.find(SAsciiString("hay"))), 10u);
+    EXPECT_TRUE(a.find(SAsciiString("Hay")).isAtEnd());
+
+    SWCharStringCI ci = W(u"Hello World");
+    EXPECT_EQ(ci.getCharIndex(ci.find(W(u"WORLD"))), 6u);
+    EXPECT_TRUE(ci.find(W(u"planet")).isAtEnd());
+}
+
+TEST(SString, FiveComparisonOrders)
+{
+    SWCharString a = W(u"b"), b = W(u"aa");
+    // Base relational operators: length first.
+    EXPECT_TRUE(a < b);
+    EXPECT_TRUE(b > a);
+    EXPECT_TRUE(W(u"ab") < W(u"ac"));
+    EXPECT_TRUE(W(u"ab") <= W(u"ab"));
+    EXPECT_EQ(a.compareFast(b), -1);
+    EXPECT_EQ(W(u"\xFFFF").compareFast(W(u"\x0001")), 1); // units are unsigned
+    // Collation: "aa" before "b".
+    EXPECT_GT(a.compare(b), 0);
+    EXPECT_LT(b.compare(a), 0);
+    EXPECT_EQ(a.compare(static_cast<const unsigned short*>(nullptr)) > 0, true);
+    EXPECT_EQ(SWCharString().compare(static_cast<const unsigned short*>(nullptr)), 0);
+    // CI classes order by collation without case.
+    SWCharStringCI ca = W(u"B"), cb = W(u"aa");
+    EXPECT_TRUE(cb < ca);
+    EXPECT_TRUE(ca == W(u"b"));
+    EXPECT_TRUE(ca != W(u"c"));
+    EXPECT_EQ(W(u"ABC").compareNoCase(U(u"abd")), -1);
+    EXPECT_EQ(W(u"abc").compareNoCase(U(u"ABC")), 0);
+    EXPECT_EQ(W(u"b").compareNoCase(nullptr), 1);
+    EXPECT_LT(W(u"A").compareBinary(U(u"a")), 0);
+    EXPECT_EQ(SAsciiString("ABC").compareNoCase("abc"), 0);
+    SAnsiStringCI ansi("Hello");
+    EXPECT_TRUE(ansi == "hello");
+
+    // Pointer equality: null equals only the empty string.
+    EXPECT_TRUE(SWCharString() == static_cast<const unsigned short*>(nullptr));
+    EXPECT_FALSE(W(u"x") == static_cast<const unsigned short*>(nullptr));
+    EXPECT_TRUE(W(u"x") == U(u"x"));
+    EXPECT_TRUE(W(u"x") != U(u"xy"));
+}
+
+TEST(SString, UcscmpFastMatchesUnitOrder)
+{
+    std::mt19937 rng(7);
+    alignas(8) unsigned short a[80], b[80];
+    for (int round = 0; round < 4000; ++round) {
+        size_t n = rng() % 70;
+        for (size_t i = 0; i < n + 2; ++i)
+            a[i] = b[i] = static_cast<unsigned short>(1 + rng() % 0xFFFE);
+        a[n] = b[n] = 0;
+        if (n && rng() % 3) {
+            size_t k = rng() % n;
+            b[k] = static_cast<unsigned short>(1 + rng() % 0xFFFE);
+        }
+        int expect = 0;
+        for (size_t i = 0; i < n; ++i)
+            if (a[i] != b[i]) {
+                expect = a[i] < b[i] ? -1 : 1;
+                break;
+            }
+        int got = ucscmp_fast(a, b, n);
+        ASSERT_EQ((got > 0) - (got < 0), expect) << "n=" << n;
+        if (n > 1) { // unaligned: the C library order, to the terminator
+            int un = ucscmp_fast(a + 1, b + 1, n - 1);
+            int ex1 = 0;
+            for (size_t i = 1; i < n; ++i)
+                if (a[i] != b[i]) {
+                    ex1 = a[i] < b[i] ? -1 : 1;
+                    break;
+                }
+            ASSERT_EQ((un > 0) - (un < 0), ex1);
+        }
+    }
+}
+
+TEST(SString, CaseAndBlanks)
+{
+    // In the "C" locale only ASCII letters have a case mapping, as on Windows.
+    SWCharString w = W(u"Straße ÉTÉ");
+    SWCharString keep(w);
+    w.toUpper();
+    EXPECT_EQ(keep, W(u"Straße ÉTÉ"));
+    EXPECT_EQ(w, W(u"STRAßE ÉTÉ"));
+    w.toLower();
+    EXPECT_EQ(w, W(u"straße ÉtÉ"));
+    {
+        vardo_test::ScopedLocale loc("C.UTF-8");
+        if (loc.ok()) {
+            w.toLower();
+            EXPECT_EQ(w, W(u"straße été"));
+        }
+    }
+
+    SAsciiString a("MiXeD 123");
+    a.toLower();
+    EXPECT_EQ(a, "mixed 123");
+    a.toUpper();
+    EXPECT_EQ(a, "MIXED 123");
+
+    SWCharString t = W(u"\x3000 text \x00A0");
+    SWCharString same(t);
+    t.trim();
+    EXPECT_EQ(t, W(u"text"));
+    SWCharString untouched = W(u"x  ");
+    SWCharString alias(untouched);
+    untouched.trimLeft();
+    EXPECT_EQ(untouched.data(), alias.data()); // nothing to trim: still shared
+    untouched.trimRight();
+    EXPECT_EQ(untouched, W(u"x"));
+    SWCharString nel = W(u"\x0085x");
+    nel.trimLeft();
+    EXPECT_EQ(nel.getLength(), 2u); // U+0085 is not white space here
+
+    char buf[16] = "abc";
+    MakeUpperCase(buf, -1);
+    EXPECT_STREQ(buf, "ABC");
+    unsigned short wb[8] = {'A', 0xC9, 'Z', 0};
+    MakeLowerCase(wb, -1);
+    EXPECT_EQ(wb[0], 'a');
+    EXPECT_EQ(wb[2], 'z');
+}
+
+TEST(SString, CharacterValues)
+{
+    EXPECT_TRUE(SWChar(0x3000).isBlank());
+    EXPECT_TRUE(SWChar(0x3000).isWhiteSpace());
+    EXPECT_FALSE(SWChar(0x0085).isWhiteSpace());
+    EXPECT_FALSE(SWChar(0x00A0).isBlank());
+    EXPECT_TRUE(SWChar(0x00A0).isWhiteSpace());
+    EXPECT_TRUE(SWChar::isUnicode() && SWChar::isWideChar());
+    EXPECT_FALSE(SWChar::isTovoChar() || SAnsiChar::isTovoChar() || SAsciiChar::isTovoChar());
+    EXPECT_TRUE(SAnsiChar::isMBCSChar() && !SAsciiChar::isMBCSChar());
+    EXPECT_TRUE(SAsciiChar::isAsciiChar() && !SWChar::isAsciiChar());
+    EXPECT_EQ(SWChar('a').toUpper(), SWChar('A'));
+    EXPECT_EQ(SAsciiChar('Q').toLower(), SAsciiChar('q'));
+    char out[4];
+    EXPECT_EQ(SWChar(0xE9).toAsciiChar(out), 1);
+    EXPECT_EQ(out[0], '?');
+    EXPECT_EQ(SAnsiChar().getLength(), 0);
+}
+
+TEST(SString, RawTextHelpers)
+{
+    char b[6];
+    EXPECT_STREQ(CopyString(b, "abcdefgh", sizeof b), "abcde");
+    EXPECT_STREQ(CopyStringN(b, "abcdefgh", 2, sizeof b), "ab");
+    EXPECT_STREQ(ConcatString(b, "xyz", sizeof b), "abxyz");
+    EXPECT_STREQ(ConcatStringN(b, "q", 1, sizeof b), "abxyz");
+    unsigned short w[4];
+    CopyString(w, U(u"hello"), 4);
+    EXPECT_EQ(SWCharString(w), W(u"hel"));
+    CopyStringN(w, U(u"hello"), 1, 4);
+    ConcatStringN(w, U(u"xyz"), 1, 4);
+    EXPECT_EQ(SWCharString(w), W(u"hx"));
+}
+
+TEST(SAnsiStringLocale, Utf8CountsCharactersNotBytes)
+{
+    vardo_test::ScopedLocale loc("C.UTF-8");
+    if (!loc.ok())
+        GTEST_SKIP() << "C.UTF-8 is not available";
+    SAnsiString s("a\xC3\xA9z"); // a é z
+    EXPECT_EQ(s.getLength(), 4u);
+    EXPECT_EQ(s.getNChars(), 3u);
+    SAnsiString::iterator it(s);
+    ++it;
+    EXPECT_EQ(it - SAnsiString::iterator(s), 1);
+    ++it;
+    EXPECT_EQ(it - SAnsiString::iterator(s), 3);
+    EXPECT_EQ(s.getCharIndex(it), 2u);
+    EXPECT_EQ(s.mid(1, 1), SAnsiString("\xC3\xA9"));
+    EXPECT_EQ(s.right(1), SAnsiString("z"));
+    s.toUpper();
+    EXPECT_EQ(s, SAnsiString("A\xC3\x89Z"));
+    EXPECT_TRUE(SAnsiChar("\xC3\x89").isUpper());
+    EXPECT_TRUE(SAnsiChar("\xE3\x80\x80").isBlank()); // U+3000
+
+    // An invalid byte is one character; classification says no.
+    SAnsiString bad("x\xFFy");
+    EXPECT_EQ(bad.getNChars(), 3u);
+    EXPECT_FALSE(SAnsiChar("\xFF").isAlpha());
+    EXPECT_EQ(SAnsiChar("\xFF").getLength(), -1);
+}
+
+TEST(SAnsiStringLocale, DoubleByteCodePage)
+{
+    vardo_test::ScopedLocale loc("zh_CN.GBK");
+    if (!loc.ok())
+        GTEST_SKIP() << "zh_CN.GBK could not be generated here";
+    // "中文a": two lead-trail pairs and one ASCII byte.
+    SAnsiString s("\xD6\xD0\xCE\xC4" "a");
+    EXPECT_EQ(s.getLength(), 5u);
+    EXPECT_EQ(s.getNChars(), 3u);
+    SAnsiString::iterator it(s);
+    ++it;
+    EXPECT_EQ(it - SAnsiString::iterator(s), 2);
+    EXPECT_EQ(s.getAt(1u), SAnsiChar("\xCE\xC4"));
+    EXPECT_EQ(s.getCharIndex(s.findLast(SAnsiChar("a"))), 2u);
+    // A trail byte that looks like ASCII is not found on its own.
+    SAnsiString t("\x81\x61" "a");  // lead 0x81 + trail 'a', then 'a'
+    EXPECT_EQ(t.getNChars(), 2u);
+    EXPECT_EQ(t.getCharIndex(t.find(SAnsiString("a"))), 1u);
+    EXPECT_EQ(t.getCharIndex(t.findFirst(SAnsiChar("a"))), 1u);
+    s.deleteChar(0u);
+    EXPECT_EQ(s, SAnsiString("\xCE\xC4" "a"));
+}
