@@ -42,7 +42,8 @@ bool classify(const char* bytes, bool (*test)(unsigned short))
     wchar_t wc;
     if (!toWc(bytes, wc))
         return false;
-    return static_cast<unsigned long>(wc) <= 0xFFFF && test(static_cast<unsigned short>(wc));
+    const unsigned long c = static_cast<unsigned long>(wc);
+    return c < 0x10000 && test(static_cast<unsigned short>(c));
 }
 
 } // namespace

@@ -1042,8 +1042,8 @@ int ucscmp_fast(const unsigned short* a, const unsigned short* b, size_t n)
     return 0;
 }
 
-template class VARDO_INSTANTIATION_API SString_t<char, 0>;
-template class VARDO_INSTANTIATION_API SString_t<char, 1>;
-template class VARDO_INSTANTIATION_API SString_t<unsigned short, 1>;
+template class SString_t<char, 0>;
+template class SString_t<char, 1>;
+template class SString_t<unsigned short, 1>;
 
 } // namespace Vardo400

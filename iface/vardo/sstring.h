@@ -220,6 +220,12 @@ private:
     static SString_t fromRange(const CharT* from, const CharT* to);
 };
 
+// The three instantiations live in the library (declared before any use so that
+// Windows exports and imports them whole).
+extern template class VARDO_INSTANTIATION_API SString_t<char, 0>;
+extern template class VARDO_INSTANTIATION_API SString_t<char, 1>;
+extern template class VARDO_INSTANTIATION_API SString_t<unsigned short, 1>;
+
 // The named classes add constructors, assignments and getTotalBytes() only.
 #define VARDO_NAMED_STRING_MEMBERS(Name)                                                  \
     Name() {}                                                                             \
@@ -320,11 +326,6 @@ VARDO_API bool MakeLowerCaseChar(char* p, int room, int* newLength);
 // Compare n 16-bit units, two at a time when both pointers are 4-byte aligned.
 VARDO_API int ucscmp_fast(const unsigned short* a, const unsigned short* b, size_t n);
 
-#if !defined(VARDO_BUILDING_LIBRARY)
-extern template class VARDO_INSTANTIATION_API SString_t<char, 0>;
-extern template class VARDO_INSTANTIATION_API SString_t<char, 1>;
-extern template class VARDO_INSTANTIATION_API SString_t<unsigned short, 1>;
-#endif
 
 } // namespace Vardo400
 
