@@ -54,6 +54,38 @@ template <> struct Units<unsigned short> {
                 return s;
         return nullptr;
     }
+    // Search within n units. Four candidate positions a step: a position is only
+    // compared in full when both its first and its last unit match the needle's.
+    static const unsigned short* searchN(const unsigned short* s, size_t n, const unsigned short* sub, size_t m)
+    {
+        if (m == 0)
+            return s;
+        if (m > n)
+            return nullptr;
+        const unsigned short first = sub[0], lastUnit = sub[m - 1];
+        const size_t last = n - m;
+        const uint64_t ones = 0x0001000100010001ULL, low15 = 0x7FFF7FFF7FFF7FFFULL, highs = 0x8000800080008000ULL;
+        const uint64_t pf = ones * first, pl = ones * lastUnit;
+        size_t i = 0;
+        for (; i + 4 <= last + 1; i += 4) {
+            uint64_t a, b;
+            std::memcpy(&a, s + i, 8);
+            std::memcpy(&b, s + i + m - 1, 8);
+            const uint64_t x = a ^ pf, y = b ^ pl;
+            // Exact per-unit zero test: the high bit of each unit that is zero.
+            uint64_t hits = ~(((x & low15) + low15) | x) & ~(((y & low15) + low15) | y) & highs;
+            while (hits) {
+                const unsigned lane = static_cast<unsigned>(__builtin_ctzll(hits)) / 16;
+                if (std::memcmp(s + i + lane, sub, m * sizeof(unsigned short)) == 0)
+                    return s + i + lane;
+                hits &= hits - 1;
+            }
+        }
+        for (; i <= last; ++i)
+            if (s[i] == first && std::memcmp(s + i, sub, m * sizeof(unsigned short)) == 0)
+                return s + i;
+        return nullptr;
+    }
     static int binary(const unsigned short* a, const unsigned short* b) { return crt::ucsCmp(a, b); }
     static int collate(const unsigned short* a, const unsigned short* b) { return os::ucsCollate(a, b); }
 };
@@ -505,7 +537,7 @@ SString_t<CharT, Fixed>& SString_t<CharT, Fixed>::operator+=(const CharT* s)
 }
 
 template <class CharT, int Fixed>
-SString_t<CharT, Fixed>& SString_t<CharT, Fixed>::operator+=(const Char& c)
+SString_t<CharT, Fixed>& SString_t<CharT, Fixed>::appendChar(const Char& c)
 {
     if (c.isNull())
         return *this;
@@ -712,7 +744,13 @@ SString_t<CharT, Fixed> SString_t<CharT, Fixed>::mid(const iterator& from, const
 template <class CharT, int Fixed>
 typename SString_t<CharT, Fixed>::iterator SString_t<CharT, Fixed>::find(const SString_t& s) const
 {
-    const CharT* hit = Units<CharT>::search(data(), s.data(), Fixed);
+    const CharT* hit;
+    if (sizeof(CharT) == 2)
+        hit = reinterpret_cast<const CharT*>(Units<unsigned short>::searchN(
+            reinterpret_cast<const unsigned short*>(data()), m_pBuffer->m_length,
+            reinterpret_cast<const unsigned short*>(s.data()), s.m_pBuffer->m_length));
+    else
+        hit = Units<CharT>::search(data(), s.data(), Fixed);
     return hit ? iterator(hit) : end();
 }
 

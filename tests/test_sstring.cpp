@@ -477,3 +477,25 @@ TEST(SAnsiStringLocale, DoubleByteCodePage)
     s.deleteChar(0u);
     EXPECT_EQ(s, SAnsiString("\xCE\xC4" "a"));
 }
+
+TEST(SString, FindAgreesWithNaiveSearch)
+{
+    std::mt19937 rng(11);
+    for (int round = 0; round < 3000; ++round) {
+        std::u16string h, n;
+        size_t hn = rng() % 40, nn = 1 + rng() % 4;
+        for (size_t i = 0; i < hn; ++i)
+            h.push_back(static_cast<char16_t>(u'a' + rng() % 3));
+        for (size_t i = 0; i < nn; ++i)
+            n.push_back(static_cast<char16_t>(u'a' + rng() % 3));
+        SWCharString sh = W(h.c_str()), sn = W(n.c_str());
+        size_t expect = h.find(n);
+        SWCharString::iterator it = sh.find(sn);
+        if (expect == std::u16string::npos)
+            ASSERT_TRUE(it.isAtEnd()) << round;
+        else
+            ASSERT_EQ(sh.getCharIndex(it), expect) << round;
+    }
+    SWCharString abc = W(u"abc");
+    EXPECT_EQ(abc.find(SWCharString()), abc.begin());
+}

@@ -17,7 +17,7 @@ static std::vector<std::pair<std::string, std::string>>& pairs()
 void addPair(const char* ours, const char* anchor) { pairs().emplace_back(ours, anchor); }
 
 namespace {
-// Keeps each benchmark's time per iteration while passing everything on to the console.
+// Keeps each benchmark's CPU time per iteration (steadier than wall time on a busy machine) while passing everything on to the console.
 class Collector : public benchmark::ConsoleReporter {
 public:
     std::map<std::string, double> times;
@@ -25,7 +25,7 @@ public:
     {
         for (const Run& r : runs)
             if (r.run_type == Run::RT_Iteration && !r.error_occurred)
-                times[r.benchmark_name()] = r.GetAdjustedRealTime();
+                times[r.benchmark_name()] = r.GetAdjustedCPUTime();
         ConsoleReporter::ReportRuns(runs);
     }
 };

@@ -118,7 +118,21 @@ public:
     // ---- append --------------------------------------------------------------------
     SString_t& operator+=(const SString_t& s);
     SString_t& operator+=(const CharT* s);
-    SString_t& operator+=(const Char& c);
+    SString_t& operator+=(const Char& c)
+    {
+        // The common case, one unit into a unique buffer with room, stays inline; it
+        // ends exactly where the general append would.
+        Buffer* b = m_pBuffer;
+        const uint32_t len = b->m_length;
+        if (Fixed == 1 && !c.isNull() && b->m_capacity != 0xFFFFFFFFu && len + 2 <= b->m_capacity &&
+            __atomic_load_n(&b->m_refCount, __ATOMIC_SEQ_CST) == 1) {
+            b->data()[len] = *c.getBytes();
+            b->data()[len + 1] = 0;
+            b->m_length = len + 1;
+            return *this;
+        }
+        return appendChar(c);
+    }
     SString_t operator+(const SString_t& s) const;
     SString_t& concat(const CharT* s, unsigned int count);
     SString_t& concat(const iterator& from, const iterator& to);
@@ -218,6 +232,7 @@ private:
     void assignUnits(const CharT* s, unsigned int count);
     unsigned int indexToUnits(unsigned int index) const;
     static SString_t fromRange(const CharT* from, const CharT* to);
+    SString_t& appendChar(const Char& c);
 };
 
 // The three instantiations live in the library (declared before any use so that
