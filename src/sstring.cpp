@@ -364,52 +364,19 @@ void SString_t<CharT, Fixed>::empty()
 // ---- iteration --------------------------------------------------------------------------------
 
 template <class CharT, int Fixed>
-typename SString_t<CharT, Fixed>::iterator& SString_t<CharT, Fixed>::iterator::operator++()
+int SString_t<CharT, Fixed>::StepLength(const CharT* p)
 {
-    if (!m_p)
-        return *this;
-    if (Fixed) {
-        ++m_p;
-    } else {
-        int n = std::mblen(reinterpret_cast<const char*>(m_p), 6);
-        m_p += n < 0 ? 1 : n;
-    }
-    return *this;
+    if (Fixed)
+        return 1;
+    int n = std::mblen(reinterpret_cast<const char*>(p), 6);
+    return n < 0 ? 1 : n;
 }
 
 template <class CharT, int Fixed>
-typename SString_t<CharT, Fixed>::iterator& SString_t<CharT, Fixed>::iterator::operator+=(unsigned int n)
+const CharT* SString_t<CharT, Fixed>::SearchFrom(const CharT* p, const SString_t& s)
 {
-    if (!m_p)
-        return *this;
-    if (Fixed) {
-        while (n-- && *m_p)
-            ++m_p;
-    } else {
-        while (n-- && *m_p)
-            ++*this;
-    }
-    return *this;
-}
-
-template <class CharT, int Fixed>
-typename SString_t<CharT, Fixed>::iterator& SString_t<CharT, Fixed>::iterator::find(const SString_t& s)
-{
-    if (!m_p)
-        return *this;
-    const CharT* hit = Units<CharT>::search(m_p, s.data(), Fixed);
-    m_p = hit ? hit : m_p + Units<CharT>::len(m_p);
-    return *this;
-}
-
-template <class CharT, int Fixed>
-typename SString_t<CharT, Fixed>::iterator& SString_t<CharT, Fixed>::iterator::find(const Char& c)
-{
-    if (!m_p)
-        return *this;
-    while (*m_p && !(**this == c))
-        ++*this;
-    return *this;
+    const CharT* hit = Units<CharT>::search(p, s.data(), Fixed);
+    return hit ? hit : p + Units<CharT>::len(p);
 }
 
 template <class CharT, int Fixed>

@@ -48,10 +48,21 @@ public:
         iterator(const SString_t& s) : m_p(s.data()) {}
         iterator(const CharT* p) : m_p(p) {}
         // Next character (for SAnsiString the mblen bytes, 1 on an invalid sequence).
-        iterator& operator++();
+        iterator& operator++()
+        {
+            if (m_p)
+                m_p += Fixed ? 1 : SString_t::StepLength(m_p);
+            return *this;
+        }
         iterator operator++(int) { iterator t(*this); ++*this; return t; }
         // n steps, stopping at the terminator.
-        iterator& operator+=(unsigned int n);
+        iterator& operator+=(unsigned int n)
+        {
+            if (m_p)
+                while (n-- && *m_p)
+                    ++*this;
+            return *this;
+        }
         Char operator*() const { return Char(m_p); }
         bool isAtEnd() const { return !m_p || *m_p == 0; }
         explicit operator bool() const { return !isAtEnd(); }
@@ -66,8 +77,19 @@ public:
         long operator-(const iterator& o) const { return (long)(m_p - o.m_p); }
         // Moves to the next occurrence at or after the position (to the end when
         // there is none) and returns *this.
-        iterator& find(const SString_t& s);
-        iterator& find(const Char& c);
+        iterator& find(const SString_t& s)
+        {
+            if (m_p)
+                m_p = SString_t::SearchFrom(m_p, s);
+            return *this;
+        }
+        iterator& find(const Char& c)
+        {
+            if (m_p)
+                while (*m_p && !(**this == c))
+                    ++*this;
+            return *this;
+        }
         const CharT* getPointer() const { return m_p; }
     private:
         const CharT* m_p;
@@ -218,6 +240,11 @@ public:
     // ---- the empty buffer ------------------------------------------------------------
     static Buffer* GetEmptyBuffer();
     static bool IsEmptyBuffer(const Buffer* b) { return b->m_capacity == 0xFFFFFFFFu; }
+    // Units of the character at p (mblen for SAnsiString, 1 for an invalid sequence,
+    // 0 at the terminator); 1 for the fixed-width types.
+    static int StepLength(const CharT* p);
+    // The first occurrence of s at or after p, else the terminator behind p.
+    static const CharT* SearchFrom(const CharT* p, const SString_t& s);
 
 protected:
     SString_t(const CharT* s, unsigned int count);

@@ -26,12 +26,31 @@ static bool generate(const std::string& name)
 #endif
 }
 
+#if defined(_WIN32)
+// The Windows C run-time names locales by language and code page.
+static const char* windowsName(const std::string& name)
+{
+    if (name.compare(0, 5, "zh_CN") == 0)
+        return ".936";
+    if (name.compare(0, 5, "de_DE") == 0)
+        return "German_Germany.1252";
+    return nullptr;
+}
+#endif
+
 ScopedLocale::ScopedLocale(const char* name) : m_ok(false)
 {
     if (std::setlocale(LC_ALL, name)) {
         m_ok = true;
         return;
     }
+#if defined(_WIN32)
+    const char* alt = windowsName(name);
+    if (alt && std::setlocale(LC_ALL, alt)) {
+        m_ok = true;
+        return;
+    }
+#endif
     if (generate(name) && std::setlocale(LC_ALL, name))
         m_ok = true;
 }
