@@ -20,7 +20,7 @@ ctest --preset asan -j "$jobs"
 
 step tsan
 cmake --preset tsan >/dev/null
-cmake --build --preset tsan -j "$jobs"
+cmake --build --preset tsan -j "$jobs" --target threading_tests
 ctest --preset tsan -j "$jobs"
 
 step mingw-x86_64
