@@ -1,6 +1,7 @@
 // Trace and assertion entry points. Until a logger exists they drop every message;
 // an installed assertion observer still sees assertion reports.
 #include "vardo/strace.h"
+#include "vardo/sresstring.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -60,6 +61,78 @@ void SAssert(const char* file, int line, const char* expression, const unsigned 
 }
 
 void STraceMsg(int type, const char* file, int line, const SWCharString& message) {}
+
+// printf-style conversions become numbered placeholders: "%d of %5.2f" -> "%1 of %2".
+// A percent sign not followed by a conversion letter is kept as written.
+static SWCharString numberConversions(const SWCharString& format)
+{
+    const unsigned short* p = format.data();
+    const unsigned short* end = p + format.getLength();
+    if (format.findFirst(SWChar('%')).isAtEnd())
+        return format;
+    static const char letters[] = "sdipfFeExXoungGc";
+    SWCharString out;
+    int ordinal = 0;
+    while (p < end) {
+        if (*p != '%') {
+            out += SWChar(*p++);
+            continue;
+        }
+        const unsigned short* q = p + 1;
+        while (q < end && (*q == ' ' || (*q >= '0' && *q <= '9')))
+            ++q;
+        if (q < end && *q == '.') {
+            ++q;
+            while (q < end && *q >= '0' && *q <= '9')
+                ++q;
+        }
+        if (q < end && (*q == 'h' || *q == 'l' || *q == 'L'))
+            ++q;
+        if (q < end && *q < 128 && *q && std::strchr(letters, static_cast<char>(*q))) {
+            char num[16];
+            std::snprintf(num, sizeof num, "%%%d", ++ordinal);
+            out.concatFromAscii(num, static_cast<unsigned int>(std::strlen(num)));
+            p = q + 1;
+        } else {
+            out += SWChar(*p++);
+        }
+    }
+    return out;
+}
+
+SWCharString STraceHelper(const SWCharString& format, const STraceParameter& p1, const STraceParameter& p2,
+                          const STraceParameter& p3, const STraceParameter& p4, const STraceParameter& p5,
+                          const STraceParameter& p6, const STraceParameter& p7, const STraceParameter& p8,
+                          const STraceParameter& p9, const STraceParameter& p10, const STraceParameter& p11,
+                          const STraceParameter& p12)
+{
+    SResString res(numberConversions(format), '%');
+    const STraceParameter* params[] = {&p1, &p2, &p3, &p4, &p5, &p6, &p7, &p8, &p9, &p10, &p11, &p12};
+    for (const STraceParameter* p : params) {
+        if (p->IsEmpty())
+            break;
+        res.append(p->GetString());
+    }
+    return res.format();
+}
+
+SWCharString STraceHelper(const char* format, const STraceParameter& p1, const STraceParameter& p2,
+                          const STraceParameter& p3, const STraceParameter& p4, const STraceParameter& p5,
+                          const STraceParameter& p6, const STraceParameter& p7, const STraceParameter& p8,
+                          const STraceParameter& p9, const STraceParameter& p10, const STraceParameter& p11,
+                          const STraceParameter& p12)
+{
+    return STraceHelper(widen(format), p1, p2, p3, p4, p5, p6, p7, p8, p9, p10, p11, p12);
+}
+
+SWCharString STraceHelper(const unsigned short* format, const STraceParameter& p1, const STraceParameter& p2,
+                          const STraceParameter& p3, const STraceParameter& p4, const STraceParameter& p5,
+                          const STraceParameter& p6, const STraceParameter& p7, const STraceParameter& p8,
+                          const STraceParameter& p9, const STraceParameter& p10, const STraceParameter& p11,
+                          const STraceParameter& p12)
+{
+    return STraceHelper(SWCharString(format), p1, p2, p3, p4, p5, p6, p7, p8, p9, p10, p11, p12);
+}
 
 void STrace(const char*, const STraceParameter&, const STraceParameter&, const STraceParameter&,
             const STraceParameter&, const STraceParameter&, const STraceParameter&,
