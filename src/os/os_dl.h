@@ -1,0 +1,23 @@
+// Dynamic libraries: load, resolve, free.
+#ifndef VARDO_OS_DL_H
+#define VARDO_OS_DL_H
+
+#include "vardo/sstring.h"
+
+namespace Vardo400 {
+namespace os {
+
+// The platform's library file extension (".dll", ".so") and the conventional file
+// name prefix ("" on Windows, "lib" on Linux), 7-bit.
+const char* dlExtension();
+const char* dlPrefix();
+// Loads the library file; null on failure with the system's reason text in reason.
+void* dlOpen(const SWCharString& file, SWCharString& reason);
+// The named symbol's address, or null.
+void* dlSymbol(void* handle, const char* name);
+void dlClose(void* handle);
+
+} // namespace os
+} // namespace Vardo400
+
+#endif

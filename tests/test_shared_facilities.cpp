@@ -1,0 +1,369 @@
+// The small shared facilities: containers, SResString, SEnv, SSimpleBuffer,
+// CSharedLibrary and the version texts.
+#include "vardo/DllWrap.h"
+#include "vardo/containers.h"
+#include "vardo/senv.h"
+#include "vardo/simplebuffer.h"
+#include "vardo/sresstring.h"
+#include "vardo/version.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+using namespace Vardo400;
+
+namespace {
+
+SWCharString W(const char* ascii)
+{
+    SWCharString s;
+    s.concatFromAscii(ascii, static_cast<unsigned int>(std::strlen(ascii)));
+    return s;
+}
+
+// For readable failures: units above 0x7F as \uXXXX.
+std::string A(const SWCharString& s)
+{
+    std::string out;
+    for (unsigned int i = 0; i < s.getLength(); ++i) {
+        unsigned short c = s.data()[i];
+        if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else {
+            char buf[8];
+            std::snprintf(buf, sizeof(buf), "\\u%04X", c);
+            out += buf;
+        }
+    }
+    return out;
+}
+
+bool onWindows() { return std::strncmp(LibraryPlatform(), "Windows", 7) == 0; }
+
+} // namespace
+
+// ---- containers ----------------------------------------------------------------------------
+
+TEST(Containers, BehaveAsTheStandardOnes)
+{
+    SIArray<SWCharString> a{W("b"), W("a")};
+    a.push_back(W("c"));
+    ASSERT_EQ(3u, a.size());
+    EXPECT_EQ("a", A(a[1]));
+
+    SIMap<int, SWCharString> m;
+    m[2] = W("two");
+    m[1] = W("one");
+    EXPECT_EQ(1, m.begin()->first);
+    EXPECT_EQ("two", A(m.at(2)));
+    EXPECT_THROW(m.at(3), std::out_of_range);
+
+    SISet<int> s{3, 1, 3, 2};
+    EXPECT_EQ(3u, s.size());
+    EXPECT_EQ(1, *s.begin());
+
+    std::vector<int> v{1, 2};
+    SIArray<int> fromStd(v);
+    EXPECT_EQ(v, fromStd);
+}
+
+// ---- SResString ----------------------------------------------------------------------------
+
+TEST(SResString, FillsPlaceholdersByPosition)
+{
+    SResString r(W("%2 before %1, %2 again"));
+    r << W("one") << W("two");
+    EXPECT_EQ("two before one, two again", A(r.format()));
+    EXPECT_EQ(2u, r.getArgumentCount());
+
+    // The trace formatter's shape: "assert failure: (%1:%2). (%3 : %4)."
+    SResString a("assert failure: (%1:%2). (%3 : %4).");
+    a << "file.cpp" << 42 << W("x != 0") << W("");
+    EXPECT_EQ("assert failure: (file.cpp:42). (x != 0 : ).", A(a));
+
+    // No placeholders: the template's own text.
+    EXPECT_EQ("plain", A(SResString("plain").append(W("unused")).format()));
+    EXPECT_EQ("", A(SResString(W("")).format()));
+}
+
+TEST(SResString, TwoDigitPlaceholders)
+{
+    SResString r("%12 %11 %10 %9 %1");
+    for (int i = 1; i <= 12; ++i)
+        r << i;
+    EXPECT_EQ("12 11 10 9 1", A(r.format()));
+
+    // With fewer arguments %10 is still placeholder 10, not %1 followed by "0".
+    SResString s("%10|%1");
+    s << "a";
+    EXPECT_EQ("%10|a", A(s.format()));
+}
+
+TEST(SResString, MissingArgumentsAndStrayMarks)
+{
+    SResString r("%1 %2 %3");
+    r << "x";
+    EXPECT_EQ("x %2 %3", A(r.format()));
+    EXPECT_EQ("100%% %0 %x %", A(SResString("100%%%% %0 %x %").format()));
+    EXPECT_EQ("100% done", A(SResString("%1%% done").append(100).format()));
+
+    // Arguments are not scanned again.
+    SResString n("%1 %2");
+    n << "%2" << "b";
+    EXPECT_EQ("%2 b", A(n.format()));
+}
+
+TEST(SResString, CustomMarkAndNumbers)
+{
+    SResString r(W("$1 costs $2 (not %1) $$"), '$');
+    r << "tea" << -5;
+    EXPECT_EQ("tea costs -5 (not %1) $", A(r.format()));
+    EXPECT_EQ('$', r.getMark());
+
+    SResString n("%1 %2 %3");
+    n << (-9223372036854775807LL - 1) << 18446744073709551615ULL << 0u;
+    EXPECT_EQ("-9223372036854775808 18446744073709551615 0", A(n.format()));
+
+    // Non-ASCII arguments pass through unchanged.
+    const unsigned short text[] = {0x00E9, 0x3000, 0xD83D, 0xDE00, 0};
+    SResString u("<%1>");
+    u << text;
+    SWCharString out = u;
+    ASSERT_EQ(6u, out.getLength());
+    EXPECT_EQ(0xDE00, out.data()[4]);
+
+    SIArray<SWCharString> args{W("a"), W("b")};
+    EXPECT_EQ("b-a", A(SResString::Format(W("%2-%1"), args)));
+}
+
+// ---- SEnv ----------------------------------------------------------------------------------
+
+TEST(SEnv, SetReadUnset)
+{
+    const SWCharString name = W("VARDO_TEST_SENV_VALUE");
+    ASSERT_TRUE(SEnv::unset(name));
+    EXPECT_FALSE(SEnv::isSet(name));
+    EXPECT_TRUE(SEnv::get(name).isEmpty());
+
+    ASSERT_TRUE(SEnv::set(name, W("hello world")));
+    EXPECT_TRUE(SEnv::isSet(name));
+    EXPECT_EQ("hello world", A(SEnv::get(name)));
+
+    // Text beyond 7 bits survives the round trip (UTF-8 on Linux, UTF-16 on Windows).
+    const unsigned short wide[] = {'x', 0x00E9, 0x4E2D, 0xD83D, 0xDE00, 0};
+    ASSERT_TRUE(SEnv::set(name, SWCharString(wide)));
+    EXPECT_TRUE(SEnv::get(name) == SWCharString(wide)) << A(SEnv::get(name));
+
+    // A long value (beyond any first guess of a buffer size).
+    SWCharString longValue;
+    for (int i = 0; i < 1000; ++i)
+        longValue += W("0123456789");
+    ASSERT_TRUE(SEnv::set(name, longValue));
+    EXPECT_TRUE(SEnv::get(name) == longValue);
+
+    ASSERT_TRUE(SEnv::unset(name));
+    EXPECT_FALSE(SEnv::isSet(name));
+    EXPECT_TRUE(SEnv::get(name).isEmpty());
+    EXPECT_TRUE(SEnv::unset(name));  // removing an absent variable is fine
+}
+
+TEST(SEnv, InvalidNames)
+{
+    EXPECT_FALSE(SEnv::set(W(""), W("x")));
+    EXPECT_FALSE(SEnv::set(W("A=B"), W("x")));
+    EXPECT_TRUE(SEnv::get(W("")).isEmpty());
+    EXPECT_TRUE(SEnv::get(W("A=B")).isEmpty());
+    EXPECT_FALSE(SEnv::isSet(W("")));
+}
+
+// ---- SSimpleBuffer -------------------------------------------------------------------------
+
+TEST(SSimpleBuffer, GrowsAndKeepsContent)
+{
+    SSimpleBuffer b;
+    EXPECT_TRUE(b.isEmpty());
+    EXPECT_EQ(nullptr, b.data());
+    for (int i = 0; i < 100000; ++i)
+        b.append(static_cast<unsigned char>(i & 0xFF));
+    ASSERT_EQ(100000u, b.size());
+    EXPECT_GE(b.capacity(), b.size());
+    for (int i = 0; i < 100000; ++i)
+        ASSERT_EQ(i & 0xFF, b.data()[i]) << i;
+
+    b.append("xyz", 3);
+    EXPECT_EQ(0, std::memcmp(b.data() + 100000, "xyz", 3));
+    b.append(nullptr, 0);
+    EXPECT_EQ(100003u, b.size());
+
+    // Appending a part of itself, even when that reallocates.
+    SSimpleBuffer self("abcd", 4);
+    self.release();
+    self.append("abcd", 4);
+    size_t cap = self.capacity();
+    while (self.size() <= cap)
+        self.append(self.data(), self.size());
+    EXPECT_EQ(0, std::memcmp(self.data() + self.size() - 4, "abcd", 4));
+
+    unsigned char* p = b.grow(2);
+    p[0] = 'O';
+    p[1] = 'K';
+    EXPECT_EQ(100005u, b.size());
+    EXPECT_EQ('K', b.data()[100004]);
+    EXPECT_EQ(nullptr, b.grow(0));
+
+    size_t capacity = b.capacity();
+    b.clear();
+    EXPECT_EQ(0u, b.size());
+    EXPECT_EQ(capacity, b.capacity());
+    b.resize(3);
+    EXPECT_EQ(0, b.data()[0] | b.data()[1] | b.data()[2]);
+    b.release();
+    EXPECT_EQ(0u, b.capacity());
+}
+
+TEST(SSimpleBuffer, CopyMoveAttach)
+{
+    SSimpleBuffer a("hello", 5);
+    SSimpleBuffer b(a);
+    EXPECT_TRUE(a == b);
+    b.append('!');
+    EXPECT_TRUE(a != b);
+    EXPECT_EQ(5u, a.size());
+
+    SSimpleBuffer c(std::move(b));
+    EXPECT_EQ(6u, c.size());
+    EXPECT_EQ(0u, b.size());
+    a = c;
+    EXPECT_TRUE(a == c);
+    a = std::move(c);
+    EXPECT_EQ(6u, a.size());
+
+    SSimpleBuffer reserved(1000);
+    EXPECT_EQ(0u, reserved.size());
+    EXPECT_GE(reserved.capacity(), 1000u);
+
+    unsigned char* block = SSimpleBuffer::alloc(16);
+    ASSERT_NE(nullptr, block);
+    std::memcpy(block, "0123456789", 10);
+    SSimpleBuffer owner;
+    owner.attach(block, 10, 16);
+    EXPECT_EQ(10u, owner.size());
+    EXPECT_EQ(16u, owner.capacity());
+    owner.append("ab", 2);
+    EXPECT_EQ(0, std::memcmp(owner.data(), "0123456789ab", 12));
+    unsigned char* taken = owner.detach();
+    EXPECT_EQ(0u, owner.size());
+    EXPECT_EQ(nullptr, owner.data());
+    SSimpleBuffer::dealloc(taken);
+
+    EXPECT_THROW(owner.reserve(static_cast<size_t>(-1)), std::bad_alloc);
+    EXPECT_EQ(0u, owner.capacity());
+    owner.append("x", 1);
+    EXPECT_THROW(owner.grow(static_cast<size_t>(-1)), std::bad_alloc);
+    EXPECT_FALSE(owner.setSize(static_cast<size_t>(-1)));
+    EXPECT_EQ(1u, owner.size());
+    EXPECT_EQ(nullptr, SSimpleBuffer::alloc(static_cast<size_t>(-1)));
+    EXPECT_TRUE(owner.setSize(5));
+    EXPECT_EQ(5u, owner.size());
+}
+
+// ---- CSharedLibrary ------------------------------------------------------------------------
+
+TEST(CSharedLibrary, LoadsAndResolves)
+{
+    const char* lib = onWindows() ? "kernel32.dll" : "libm.so.6";
+    const char* entry = onWindows() ? "GetTickCount" : "cos";
+    CSharedLibrary l(W(lib));
+    EXPECT_TRUE(l.isLoaded());
+    EXPECT_EQ(lib, A(l.getName()));
+    EXPECT_NE(nullptr, l.getProcAddress(entry));
+    EXPECT_EQ(l.getProcAddress(entry), l.findProcAddress(entry));
+
+    if (!onWindows()) {
+        double (*cosine)(double) = nullptr;
+        ASSERT_TRUE(l.resolve("cos", cosine));
+        EXPECT_DOUBLE_EQ(1.0, cosine(0.0));
+    }
+
+    EXPECT_EQ(nullptr, l.findProcAddress("vardo_no_such_entry_point"));
+    try {
+        l.getProcAddress("vardo_no_such_entry_point");
+        FAIL() << "no exception";
+    } catch (const CSharedLibraryException& e) {
+        EXPECT_EQ(CSharedLibraryException::SymbolNotFound, e.ErrCode());
+        EXPECT_EQ("vardo_no_such_entry_point", A(e.getEntryPoint()));
+        EXPECT_EQ(std::string("Unable to find the entry point vardo_no_such_entry_point in the shared library ") +
+                      lib + ".",
+                  A(e.toString()));
+    }
+
+    CSharedLibrary moved(std::move(l));
+    EXPECT_FALSE(l.isLoaded());
+    EXPECT_TRUE(moved.isLoaded());
+    EXPECT_NE(nullptr, moved.findProcAddress(entry));
+    moved.unload();
+    EXPECT_FALSE(moved.isLoaded());
+    EXPECT_TRUE(moved.getName().isEmpty());
+    EXPECT_EQ(nullptr, moved.findProcAddress(entry));
+    try {
+        moved.getProcAddress(entry);
+        FAIL() << "no exception";
+    } catch (const CSharedLibraryException& e) {
+        EXPECT_EQ(CSharedLibraryException::NotLoaded, e.ErrCode());
+    }
+
+    // Without an extension the platform's is appended (Windows: "kernel32" loads
+    // kernel32.dll; Linux: "m" tries m.so, then libm.so).
+    if (onWindows()) {
+        CSharedLibrary k(W("kernel32"));
+        EXPECT_NE(nullptr, k.findProcAddress("GetTickCount"));
+    }
+}
+
+TEST(CSharedLibrary, MissingLibraryThrows)
+{
+    CSharedLibrary l;
+    EXPECT_FALSE(l.isLoaded());
+    try {
+        l.load(W("vardo_no_such_library_4711"));
+        FAIL() << "no exception";
+    } catch (const CSharedLibraryException& e) {
+        EXPECT_EQ(CSharedLibraryException::LoadFailed, e.ErrCode());
+        EXPECT_EQ("vardo_no_such_library_4711", A(e.getLibraryName()));
+        EXPECT_FALSE(e.getReason().isEmpty());
+        EXPECT_EQ("Unable to load the shared library vardo_no_such_library_4711.", A(e.toString()));
+        EXPECT_EQ(A(e.toString()) + ":" + A(e.getReason()), A(e.summary()));
+        const SException& base = e;
+        EXPECT_EQ(A(e.summary()), A(base.summary()));
+    }
+    EXPECT_FALSE(l.isLoaded());
+    EXPECT_THROW({ CSharedLibrary x(W("")); }, CSharedLibraryException);
+    EXPECT_THROW({ CSharedLibrary x(W("/no/such/dir/x.so")); }, CSharedLibraryException);
+}
+
+TEST(CSharedLibrary, FileName2DllName)
+{
+    EXPECT_EQ("log_xn_system", A(CSharedLibrary::FileName2DllName(W("log_xn_system.dll"))));
+    EXPECT_EQ("log_xn_system", A(CSharedLibrary::FileName2DllName(W("C:\\plugins\\log_xn_system.DLL"))));
+    EXPECT_EQ("log_xn_system", A(CSharedLibrary::FileName2DllName(W("/opt/q/plugins/log_xn_system.so"))));
+    EXPECT_EQ("libm", A(CSharedLibrary::FileName2DllName(W("/lib/libm.so.6"))));
+    EXPECT_EQ("WrapCryptoC", A(CSharedLibrary::FileName2DllName(W("WrapCryptoC"))));
+    EXPECT_EQ("notes.txt", A(CSharedLibrary::FileName2DllName(W("d/notes.txt"))));
+    EXPECT_EQ("a.b", A(CSharedLibrary::FileName2DllName(W("a.b.dll"))));
+    EXPECT_EQ(".dll", A(CSharedLibrary::FileName2DllName(W("dir/.dll"))));
+    EXPECT_EQ("", A(CSharedLibrary::FileName2DllName(W("dir/"))));
+    EXPECT_EQ("", A(CSharedLibrary::FileName2DllName(W(""))));
+}
+
+// ---- version -------------------------------------------------------------------------------
+
+TEST(Version, Texts)
+{
+    EXPECT_STREQ("vardow-4-0", LibraryName());
+    EXPECT_STREQ("4.0.0", LibraryVersion());
+    std::string platform = LibraryPlatform();
+    EXPECT_TRUE(platform.rfind("Windows ", 0) == 0 || platform.rfind("Linux ", 0) == 0) << platform;
+}
