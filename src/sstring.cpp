@@ -142,12 +142,20 @@ typename SString_t<CharT, Fixed>::Buffer* SString_t<CharT, Fixed>::allocBuffer(u
     return b;
 }
 
+// GCC cannot see that the empty buffer (a static) never reaches free().
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wfree-nonheap-object"
+#endif
 template <class CharT, int Fixed>
 void SString_t<CharT, Fixed>::releaseBuffer(Buffer* b)
 {
     if (!IsEmptyBuffer(b) && AtomicAdd32(&b->m_refCount, -1) == 1)
         std::free(b);
 }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
 template <class CharT, int Fixed>
 int SString_t<CharT, Fixed>::getRefCount() const

@@ -262,11 +262,14 @@ private:
     SString_t& appendChar(const Char& c);
 };
 
-// The three instantiations live in the library (declared before any use so that
-// Windows exports and imports them whole).
+// The three instantiations live in the library. Windows exports them from the
+// library's own declaration; callers there instantiate only the inline members and
+// link the rest from the DLL, since an imported instantiation brings no inline code.
+#if !defined(_WIN32) || defined(VARDO_BUILDING_LIBRARY)
 extern template class VARDO_INSTANTIATION_API SString_t<char, 0>;
 extern template class VARDO_INSTANTIATION_API SString_t<char, 1>;
 extern template class VARDO_INSTANTIATION_API SString_t<unsigned short, 1>;
+#endif
 
 // The named classes add constructors, assignments and getTotalBytes() only.
 #define VARDO_NAMED_STRING_MEMBERS(Name)                                                  \
