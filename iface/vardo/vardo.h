@@ -7,5 +7,11 @@
 #include "schar.h"
 #include "sstring.h"
 #include "strace.h"
+#include "containers.h"
+#include "sresstring.h"
+#include "senv.h"
+#include "simplebuffer.h"
+#include "DllWrap.h"
+#include "version.h"
 
 #endif
