@@ -1,0 +1,282 @@
+// The thread library layer, TerminatingThread, the COM message pump and the process facts.
+#include "vardo/csiprocess.h"
+#include "vardo/hackedcompump.h"
+#include "vardo/ssystem.h"
+#include "vardo/termthread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
+using namespace Vardo400;
+using namespace Etc1001204;
+
+namespace {
+
+typedef std::chrono::steady_clock Clock;
+
+long long msSince(Clock::time_point t)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - t).count();
+}
+
+// Polls until pred holds; false after a minute (a hang, not a slow machine).
+template <class Pred>
+bool eventually(Pred pred)
+{
+    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    while (!pred()) {
+        if (Clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+const long Forever = 3600L * 1000;   // an hour: any sleep this long means a fault
+
+// Sleeps in a loop as a real worker does, counting the wake-ups that were not stops.
+class Worker : public TerminatingThread {
+public:
+    explicit Worker(const char* name) : TerminatingThread(name) {}
+    void run() override
+    {
+        self = JTCThread::currentThread();
+        started.set_value();
+        while (!sleep_with_stop_alarm(Forever))
+            ++wakeups;
+        finished = true;
+    }
+    std::promise<void> started;
+    std::atomic<int> wakeups{0};
+    std::atomic<bool> finished{false};
+    std::atomic<JTCThread*> self{nullptr};
+};
+
+// Not started: only its flags and its sleep are used.
+class Idle : public TerminatingThread {
+public:
+    void run() override {}
+};
+
+// Blocks until released, to observe isAlive().
+class Gate : public JTCThread {
+public:
+    void run() override { release.get_future().wait(); }
+    std::promise<void> release;
+};
+
+} // namespace
+
+// ---- sleep_with_stop_alarm ----------------------------------------------------------------------
+
+TEST(TerminatingThread, SleepReturnsAtOnceWhenStopped)
+{
+    JTCHandleT<TerminatingThread> t(new Idle());
+    EXPECT_FALSE(t->isStopped());
+    t->stop();
+    EXPECT_TRUE(t->isStopped());
+    Clock::time_point start = Clock::now();
+    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));
+    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));   // the stop flag stays set
+    EXPECT_LT(msSince(start), 60 * 1000);
+    EXPECT_TRUE(t->sleep_with_stop_alarm(0));
+}
+
+TEST(TerminatingThread, AwakeEndsOneSleepOnly)
+{
+    JTCHandleT<TerminatingThread> t(new Idle());
+    t->awake();
+    Clock::time_point start = Clock::now();
+    EXPECT_FALSE(t->sleep_with_stop_alarm(Forever));  // cut short, not stopped
+    EXPECT_LT(msSince(start), 60 * 1000);
+
+    // The flag was used up: the next sleep runs its full time.
+    start = Clock::now();
+    EXPECT_FALSE(t->sleep_with_stop_alarm(60));
+    EXPECT_GE(msSince(start), 40);   // allows for a coarse system tick
+    EXPECT_FALSE(t->sleep_with_stop_alarm(0));
+    EXPECT_FALSE(t->sleep_with_stop_alarm(-5));
+}
+
+TEST(TerminatingThread, StopAndAwakeFromAnotherThread)
+{
+    Worker* raw = new Worker("worker");
+    JTCHandleT<Worker> w(raw);
+    std::future<void> started = w->started.get_future();
+    EXPECT_FALSE(w->isAlive());
+    w->start();
+    EXPECT_THROW(w->start(), JTCIllegalThreadStateException);
+    started.wait();
+    EXPECT_STREQ("worker", w->getName());
+    EXPECT_EQ(static_cast<JTCThread*>(raw), w->self.load());
+    EXPECT_EQ(nullptr, JTCThread::currentThread());   // this thread is not the library's
+
+    w->awake();
+    ASSERT_TRUE(eventually([&] { return w->wakeups.load() == 1; }));
+    EXPECT_TRUE(w->isAlive());
+    EXPECT_FALSE(w->finished.load());
+
+    w->stop();
+    w->join();
+    EXPECT_TRUE(w->finished.load());
+    EXPECT_FALSE(w->isAlive());
+    EXPECT_EQ(1, w->wakeups.load());
+    w->join();   // joining again returns at once
+}
+
+TEST(TerminatingThread, OwnerMayDropItsHandleWhileTheThreadRuns)
+{
+    static std::atomic<int> deaths(0);
+    class Dying : public Worker {
+    public:
+        Dying() : Worker("dying") {}
+        ~Dying() override { ++deaths; }
+    };
+    Worker* raw;
+    {
+        JTCHandleT<Worker> w(new Dying());
+        std::future<void> started = w->started.get_future();
+        w->start();
+        started.wait();
+        raw = w.get();
+    }
+    // The running thread keeps its own object alive ...
+    EXPECT_EQ(0, deaths.load());
+    raw->stop();
+    // ... and lets it go when run() has returned.
+    EXPECT_TRUE(eventually([] { return deaths.load() == 1; }));
+}
+
+// ---- the thread library ---------------------------------------------------------------------------
+
+TEST(JTC, ThreadStates)
+{
+    JTCHandleT<Gate> g(new Gate());
+    EXPECT_EQ(1, g->_refCount());
+    g->join();                  // never started: nothing to wait for
+    EXPECT_FALSE(g->isAlive());
+    g->start();
+    EXPECT_TRUE(g->isAlive());  // blocked until released
+    EXPECT_FALSE(g->join(1));
+    g->release.set_value();
+    g->join();
+    EXPECT_FALSE(g->isAlive());
+    EXPECT_TRUE(g->join(0));
+    EXPECT_THROW(g->start(), JTCIllegalThreadStateException);
+    EXPECT_EQ(1, g->_refCount());
+
+    JTCHandleT<JTCThread> base(g);
+    EXPECT_EQ(2, g->_refCount());
+    base = JTCHandleT<JTCThread>();
+    EXPECT_EQ(1, g->_refCount());
+}
+
+TEST(JTC, MonitorIsRecursiveAndWaitGivesItUpWhole)
+{
+    JTCMonitor m;
+    EXPECT_THROW(m.wait(), JTCIllegalMonitorStateException);
+    EXPECT_THROW(m.notify(), JTCIllegalMonitorStateException);
+    EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
+    try {
+        m.notifyAll();
+    } catch (const JTCException& e) {
+        EXPECT_STREQ("JTCIllegalMonitorStateException", e.getType());
+        EXPECT_NE(std::string(), e.getMessage());
+    }
+
+    bool ready = false;         // guarded by the monitor
+    bool seen = false;
+    std::thread waiter([&] {
+        JTCSynchronized outer(m);
+        JTCSynchronized inner(m);   // two levels held
+        while (!ready)
+            m.wait();
+        seen = true;
+    });
+    {
+        JTCSynchronized sync(m);    // only possible if wait released both levels
+        ready = true;
+        m.notify();
+    }
+    waiter.join();
+    m.lock();
+    EXPECT_TRUE(seen);
+    m.wait(1);                  // a limited wait returns by itself
+    m.wait(0);
+    m.unlock();
+    EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
+}
+
+TEST(JTC, NotifyAllWakesEveryWaiter)
+{
+    JTCMonitor m;
+    int generation = 0;         // guarded by the monitor
+    int waiting = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            JTCSynchronized sync(m);
+            ++waiting;
+            while (generation == 0)
+                m.wait(Forever);
+        });
+    }
+    ASSERT_TRUE(eventually([&] { JTCSynchronized sync(m); return waiting == 3; }));
+    {
+        JTCSynchronized sync(m);
+        generation = 1;
+        m.notifyAll();
+    }
+    for (std::thread& t : threads)
+        t.join();
+}
+
+// ---- COM message pump -------------------------------------------------------------------------------
+
+TEST(HackedCOMMessagePump, StartsAndStops)
+{
+    HackedCOMMessagePump pump;
+    pump.abort();               // not running: nothing to do
+    EXPECT_TRUE(pump.init());
+    EXPECT_TRUE(pump.init());   // already running
+    pump.abort();
+    EXPECT_TRUE(pump.init());   // and again
+    pump.abort();
+    {
+        HackedCOMMessagePump running;
+        EXPECT_TRUE(running.init());
+    }                           // the destructor stops it
+}
+
+// ---- process and system facts -------------------------------------------------------------------------
+
+TEST(ProcessFacts, IdsSleepsAndProcessors)
+{
+    const uint32_t pid = CSIProcess::GetCurrentProcessId();
+    const uint32_t tid = CSIProcess::GetCurrentThreadId();
+    EXPECT_NE(0u, pid);
+    EXPECT_EQ(tid, CSIProcess::GetCurrentThreadId());
+    uint32_t otherPid = 0, otherTid = 0;
+    std::thread t([&] {
+        otherPid = CSIProcess::GetCurrentProcessId();
+        otherTid = CSIProcess::GetCurrentThreadId();
+    });
+    t.join();
+    EXPECT_EQ(pid, otherPid);
+    EXPECT_NE(tid, otherTid);
+
+    Clock::time_point start = Clock::now();
+    CSIProcess::MilliSleep(0);
+    CSIProcess::MilliSleep(30);
+    EXPECT_GE(msSince(start), 20);
+    start = Clock::now();
+    CSIProcess::SecSleep(1);
+    EXPECT_GE(msSince(start), 900);
+    CSIProcess::SecSleep(0);
+
+    EXPECT_GE(SSystem::GetNumberOfProcessors(), 1u);
+}
