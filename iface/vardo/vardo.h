@@ -13,5 +13,15 @@
 #include "simplebuffer.h"
 #include "DllWrap.h"
 #include "version.h"
+#include "interlocked.h"
+#include "cs_wrapper.h"
+#include "rwlock.h"
+#include "ssemaphore.h"
+#include "refcount.h"
+#include "jtc.h"
+#include "termthread.h"
+#include "hackedcompump.h"
+#include "csiprocess.h"
+#include "ssystem.h"
 
 #endif
