@@ -1,0 +1,768 @@
+// File-system operations on Linux: POSIX calls on UTF-8 paths.
+#include "os/os_fs.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+namespace Vardo400 {
+namespace os {
+
+namespace {
+
+std::atomic<int64_t> g_diskFullAfter(-1);
+std::atomic<uint32_t> g_tempCounter(0);
+
+// ---- path text -----------------------------------------------------------------------
+
+// UTF-16 to the bytes of a name on disk (see os_fs.h for the stray-byte rule).
+bool encodePath(const unsigned short* p, size_t n, std::string& out)
+{
+    out.clear();
+    out.reserve(n * 3);
+    for (size_t i = 0; i < n; ++i) {
+        unsigned c = p[i];
+        if (c == 0)
+            return false;
+        if (c < 0x80) {
+            out.push_back((char)c);
+        } else if (c < 0x800) {
+            out.push_back((char)(0xC0 | (c >> 6)));
+            out.push_back((char)(0x80 | (c & 0x3F)));
+        } else if (c >= 0xD800 && c <= 0xDBFF) {
+            if (i + 1 >= n || p[i + 1] < 0xDC00 || p[i + 1] > 0xDFFF)
+                return false;
+            const unsigned cp = 0x10000 + ((c - 0xD800) << 10) + (p[i + 1] - 0xDC00);
+            ++i;
+            out.push_back((char)(0xF0 | (cp >> 18)));
+            out.push_back((char)(0x80 | ((cp >> 12) & 0x3F)));
+            out.push_back((char)(0x80 | ((cp >> 6) & 0x3F)));
+            out.push_back((char)(0x80 | (cp & 0x3F)));
+        } else if (c >= 0xDC00 && c <= 0xDFFF) {
+            if (c < 0xDC80 || c > 0xDCFF)
+                return false;
+            out.push_back((char)(c - 0xDC00));
+        } else {
+            out.push_back((char)(0xE0 | (c >> 12)));
+            out.push_back((char)(0x80 | ((c >> 6) & 0x3F)));
+            out.push_back((char)(0x80 | (c & 0x3F)));
+        }
+    }
+    return true;
+}
+
+bool encodePath(const SWCharString& s, std::string& out)
+{
+    return encodePath(s.data(), s.getLength(), out);
+}
+
+// Bytes of a name on disk to UTF-16; strict UTF-8, stray bytes kept as U+DC00+byte.
+SWCharString decodePath(const char* s, size_t n)
+{
+    std::u16string out;
+    out.reserve(n);
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(s);
+    size_t i = 0;
+    while (i < n) {
+        const unsigned c = p[i];
+        unsigned need = 0, cp = 0, min = 0;
+        if (c < 0x80) {
+            out.push_back((char16_t)c);
+            ++i;
+            continue;
+        } else if (c >= 0xC2 && c <= 0xDF) {
+            need = 1; cp = c & 0x1F; min = 0x80;
+        } else if (c >= 0xE0 && c <= 0xEF) {
+            need = 2; cp = c & 0x0F; min = 0x800;
+        } else if (c >= 0xF0 && c <= 0xF4) {
+            need = 3; cp = c & 0x07; min = 0x10000;
+        } else {
+            out.push_back((char16_t)(0xDC00 + c));
+            ++i;
+            continue;
+        }
+        bool ok = i + need < n;
+        for (unsigned k = 1; ok && k <= need; ++k) {
+            const unsigned cc = p[i + k];
+            if ((cc & 0xC0) != 0x80)
+                ok = false;
+            else
+                cp = (cp << 6) | (cc & 0x3F);
+        }
+        if (ok && (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)))
+            ok = false;
+        if (!ok) {
+            out.push_back((char16_t)(0xDC00 + c));
+            ++i;
+            continue;
+        }
+        if (cp >= 0x10000) {
+            out.push_back((char16_t)(0xD800 + ((cp - 0x10000) >> 10)));
+            out.push_back((char16_t)(0xDC00 + ((cp - 0x10000) & 0x3FF)));
+        } else {
+            out.push_back((char16_t)cp);
+        }
+        i += need + 1;
+    }
+    SWCharString r;
+    r.concat(reinterpret_cast<const unsigned short*>(out.data()), (unsigned int)out.size());
+    return r;
+}
+
+SWCharString decodePath(const std::string& s)
+{
+    return decodePath(s.data(), s.size());
+}
+
+bool fail(FsError& err)
+{
+    err.setCrt(errno);
+    return false;
+}
+
+bool invalidPath(FsError& err)
+{
+    err.setCrt(EINVAL);
+    return false;
+}
+
+int64_t toMillis(const struct timespec& ts)
+{
+    return (int64_t)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
+}
+
+bool hiddenName(const char* name)
+{
+    return name[0] == '.' && strcmp(name, ".") != 0 && strcmp(name, "..") != 0;
+}
+
+const char* lastComponent(const std::string& path)
+{
+    size_t end = path.size();
+    while (end > 1 && path[end - 1] == '/')
+        --end;
+    const size_t slash = path.rfind('/', end ? end - 1 : 0);
+    return path.c_str() + (slash == std::string::npos ? 0 : slash + 1);
+}
+
+void fillInfo(const struct stat& st, bool hidden, FsInfo& info)
+{
+    info.isDir = S_ISDIR(st.st_mode);
+    info.isFile = S_ISREG(st.st_mode);
+    info.size = info.isDir ? 0 : (int64_t)st.st_size;
+    info.mtimeMs = toMillis(st.st_mtim);
+    info.mode = st.st_mode & 07777;
+    info.ownerId = st.st_uid;
+    uint32_t a = 0;
+    if (info.isDir)
+        a |= fsAttrDirectory;
+    if (!(st.st_mode & S_IWUSR))
+        a |= fsAttrReadOnly;
+    if (hidden)
+        a |= fsAttrHidden;
+    info.attributes = a;
+}
+
+void finishAttributes(FsInfo& info)
+{
+    if (info.isLink)
+        info.attributes |= fsAttrReparsePoint;
+    if (info.attributes == 0)
+        info.attributes = fsAttrNormal;
+}
+
+// Status of an entry relative to a directory descriptor (or the working directory);
+// links are reported as links with their target's type when it resolves.
+bool linkStatAt(int dirFd, const char* name, bool hidden, FsInfo& info, FsError& err)
+{
+    struct stat st;
+    if (fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return fail(err);
+    info = FsInfo();
+    if (S_ISLNK(st.st_mode)) {
+        struct stat target;
+        if (fstatat(dirFd, name, &target, 0) == 0)
+            fillInfo(target, hidden, info);
+        else
+            fillInfo(st, hidden, info);
+        info.isLink = true;
+    } else {
+        fillInfo(st, hidden, info);
+    }
+    finishAttributes(info);
+    return true;
+}
+
+// Writes all of buf, honouring the injected disk-full fault through budget (bytes still
+// allowed; negative means no limit).
+bool writeAll(int fd, const char* buf, size_t n, int64_t& budget, FsError& err)
+{
+    while (n > 0) {
+        size_t chunk = n;
+        if (budget >= 0) {
+            if (budget == 0) {
+                err.setCrt(ENOSPC);
+                return false;
+            }
+            if ((int64_t)chunk > budget)
+                chunk = (size_t)budget;
+        }
+        const ssize_t w = write(fd, buf, chunk);
+        if (w < 0) {
+            if (errno == EINTR)
+                continue;
+            return fail(err);
+        }
+        if (budget >= 0)
+            budget -= w;
+        buf += w;
+        n -= (size_t)w;
+    }
+    return true;
+}
+
+class Fd {
+public:
+    explicit Fd(int fd = -1) : m_fd(fd) {}
+    ~Fd() { reset(); }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int get() const { return m_fd; }
+    void reset(int fd = -1)
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = fd;
+    }
+    // Closes and reports the close's own failure (delayed write errors surface here).
+    bool close()
+    {
+        const int fd = m_fd;
+        m_fd = -1;
+        return fd < 0 || ::close(fd) == 0;
+    }
+private:
+    int m_fd;
+};
+
+// Copies the open source into a new file at target (created exclusively); on any
+// failure the new file is removed.
+bool copyInto(int in, const struct stat& srcStat, const std::string& target, FsError& err)
+{
+    Fd out(open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (out.get() < 0)
+        return fail(err);
+    int64_t budget = g_diskFullAfter.exchange(-1);
+    std::vector<char> buf(256 * 1024);
+    bool ok = true;
+    for (;;) {
+        const ssize_t r = read(in, buf.data(), buf.size());
+        if (r < 0) {
+            if (errno == EINTR)
+                continue;
+            ok = fail(err);
+            break;
+        }
+        if (r == 0)
+            break;
+        if (!writeAll(out.get(), buf.data(), (size_t)r, budget, err)) {
+            ok = false;
+            break;
+        }
+    }
+    if (ok) {
+        struct timespec times[2] = {srcStat.st_atim, srcStat.st_mtim};
+        if (fchmod(out.get(), srcStat.st_mode & 0777) != 0 || futimens(out.get(), times) != 0)
+            ok = fail(err);
+    }
+    if (ok && !out.close())
+        ok = fail(err);
+    if (!ok) {
+        out.reset();
+        unlink(target.c_str());
+    }
+    return ok;
+}
+
+bool copyFileBytes(const std::string& src, const std::string& dst, bool overwrite,
+                   FsError& err)
+{
+    Fd in(open(src.c_str(), O_RDONLY | O_CLOEXEC));
+    if (in.get() < 0)
+        return fail(err);
+    struct stat st;
+    if (fstat(in.get(), &st) != 0)
+        return fail(err);
+    if (S_ISDIR(st.st_mode)) {
+        err.setCrt(EISDIR);
+        return false;
+    }
+    if (!overwrite)
+        return copyInto(in.get(), st, dst, err);
+
+    // Overwriting: build the copy beside the target and put it in place only when it is
+    // complete, so a failure never leaves a half-written target.
+    struct stat dstStat;
+    if (stat(dst.c_str(), &dstStat) != 0) {
+        if (copyInto(in.get(), st, dst, err))
+            return true;
+        if (err.number != EEXIST)
+            return false;
+        err.clear();
+    } else if (S_ISDIR(dstStat.st_mode)) {
+        err.setCrt(EISDIR);
+        return false;
+    }
+    char suffix[48];
+    snprintf(suffix, sizeof suffix, ".~vardo%x.%x", (unsigned)getpid(),
+             (unsigned)g_tempCounter.fetch_add(1));
+    const std::string tmp = dst + suffix;
+    if (!copyInto(in.get(), st, tmp, err))
+        return false;
+    if (rename(tmp.c_str(), dst.c_str()) != 0) {
+        fail(err);
+        unlink(tmp.c_str());
+        return false;
+    }
+    return true;
+}
+
+[[maybe_unused]] const char* pickErrorText(int r, const char* buf)
+{
+    return r == 0 ? buf : nullptr;
+}
+
+const char* pickErrorText(const char* r, const char*)
+{
+    return r;
+}
+
+// Looks up a user or group id: numeric text is taken as it is.
+bool parseNumber(const std::string& s, unsigned long& v)
+{
+    if (s.empty() || s.size() > 10)
+        return false;
+    v = 0;
+    for (char c : s) {
+        if (c < '0' || c > '9')
+            return false;
+        v = v * 10 + (unsigned)(c - '0');
+    }
+    return true;
+}
+
+bool lookupUser(const std::string& name, uid_t& uid, gid_t& gid, FsError& err)
+{
+    unsigned long n = 0;
+    if (parseNumber(name, n)) {
+        uid = (uid_t)n;
+        gid = (gid_t)-1;
+        return true;
+    }
+    std::vector<char> buf(16384);
+    for (;;) {
+        struct passwd pw, *res = nullptr;
+        const int r = getpwnam_r(name.c_str(), &pw, buf.data(), buf.size(), &res);
+        if (r == ERANGE && buf.size() < (1u << 20)) {
+            buf.resize(buf.size() * 4);
+            continue;
+        }
+        if (r != 0) {
+            err.setCrt(r);
+            return false;
+        }
+        if (!res) {
+            err.setCrt(EINVAL);
+            return false;
+        }
+        uid = pw.pw_uid;
+        gid = pw.pw_gid;
+        return true;
+    }
+}
+
+bool lookupGroup(const std::string& name, gid_t& gid, FsError& err)
+{
+    unsigned long n = 0;
+    if (parseNumber(name, n)) {
+        gid = (gid_t)n;
+        return true;
+    }
+    std::vector<char> buf(16384);
+    for (;;) {
+        struct group gr, *res = nullptr;
+        const int r = getgrnam_r(name.c_str(), &gr, buf.data(), buf.size(), &res);
+        if (r == ERANGE && buf.size() < (1u << 20)) {
+            buf.resize(buf.size() * 4);
+            continue;
+        }
+        if (r != 0) {
+            err.setCrt(r);
+            return false;
+        }
+        if (!res) {
+            err.setCrt(EINVAL);
+            return false;
+        }
+        gid = gr.gr_gid;
+        return true;
+    }
+}
+
+int64_t clampToInt64(unsigned long long v)
+{
+    return v > (unsigned long long)INT64_MAX ? INT64_MAX : (int64_t)v;
+}
+
+} // namespace
+
+// ---- properties -------------------------------------------------------------------------
+
+unsigned short fsSeparator() { return '/'; }
+bool fsHasDrives() { return false; }
+bool fsIgnoresCase() { return false; }
+
+bool fsStat(const SWCharString& path, FsInfo& info, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    struct stat st;
+    if (stat(p.c_str(), &st) != 0)
+        return fail(err);
+    info = FsInfo();
+    fillInfo(st, hiddenName(lastComponent(p)), info);
+    finishAttributes(info);
+    return true;
+}
+
+bool fsLinkStat(const SWCharString& path, FsInfo& info, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    return linkStatAt(AT_FDCWD, p.c_str(), hiddenName(lastComponent(p)), info, err);
+}
+
+// ---- changes ----------------------------------------------------------------------------
+
+bool fsMakeDirectory(const SWCharString& path, int mode, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    if (mkdir(p.c_str(), mode < 0 ? 0777 : (mode_t)(mode & 07777)) != 0)
+        return fail(err);
+    return true;
+}
+
+bool fsRemoveFile(const SWCharString& path, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    if (unlink(p.c_str()) != 0)
+        return fail(err);
+    return true;
+}
+
+bool fsRemoveDirectory(const SWCharString& path, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    if (rmdir(p.c_str()) != 0)
+        return fail(err);
+    return true;
+}
+
+bool fsMakeRemovable(const SWCharString& path, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    struct stat st;
+    if (lstat(p.c_str(), &st) != 0)
+        return fail(err);
+    if (!S_ISDIR(st.st_mode) || (st.st_mode & S_IRWXU) == S_IRWXU)
+        return true;
+    if (chmod(p.c_str(), (st.st_mode | S_IRWXU) & 07777) != 0)
+        return fail(err);
+    return true;
+}
+
+bool fsCopyFile(const SWCharString& source, const SWCharString& target, bool overwrite,
+                FsError& err)
+{
+    std::string s, t;
+    if (!encodePath(source, s) || !encodePath(target, t))
+        return invalidPath(err);
+    return copyFileBytes(s, t, overwrite, err);
+}
+
+bool fsMoveFile(const SWCharString& from, const SWCharString& to, FsError& err)
+{
+    std::string f, t;
+    if (!encodePath(from, f) || !encodePath(to, t))
+        return invalidPath(err);
+    if (rename(f.c_str(), t.c_str()) == 0)
+        return true;
+    if (errno != EXDEV)
+        return fail(err);
+    // Another volume: copy, then remove the original; undo the copy if that fails.
+    if (!copyFileBytes(f, t, true, err))
+        return false;
+    if (unlink(f.c_str()) != 0) {
+        fail(err);
+        unlink(t.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool fsDiskSpace(const SWCharString& path, int64_t& availableToCaller, int64_t& total,
+                 int64_t& totalFree, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    struct statvfs vfs;
+    if (statvfs(p.c_str(), &vfs) != 0)
+        return fail(err);
+    const unsigned long long unit = vfs.f_frsize ? vfs.f_frsize : vfs.f_bsize;
+    availableToCaller = clampToInt64((unsigned long long)vfs.f_bavail * unit);
+    total = clampToInt64((unsigned long long)vfs.f_blocks * unit);
+    totalFree = clampToInt64((unsigned long long)vfs.f_bfree * unit);
+    return true;
+}
+
+bool fsSetMode(const SWCharString& path, uint32_t mode, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    if (chmod(p.c_str(), (mode_t)(mode & 07777)) != 0)
+        return fail(err);
+    return true;
+}
+
+bool fsSetOwner(const SWCharString& path, const SWCharString& owner, FsError& err)
+{
+    std::string p, o;
+    if (!encodePath(path, p) || !encodePath(owner, o) || o.empty())
+        return invalidPath(err);
+    uid_t uid = (uid_t)-1;
+    gid_t gid = (gid_t)-1, userGid = (gid_t)-1;
+    const size_t colon = o.find(':');
+    const std::string user = o.substr(0, colon);
+    if (!user.empty() && !lookupUser(user, uid, userGid, err))
+        return false;
+    if (colon != std::string::npos) {
+        const std::string group = o.substr(colon + 1);
+        if (!group.empty() && !lookupGroup(group, gid, err))
+            return false;
+    }
+    if (chown(p.c_str(), uid, gid) != 0)
+        return fail(err);
+    return true;
+}
+
+bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    int64_t secs = unixMillis / 1000;
+    int64_t ms = unixMillis % 1000;
+    if (ms < 0) {
+        ms += 1000;
+        --secs;
+    }
+    struct timespec times[2];
+    times[0].tv_sec = 0;
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1].tv_sec = (time_t)secs;
+    times[1].tv_nsec = (long)(ms * 1000000);
+    if (utimensat(AT_FDCWD, p.c_str(), times, 0) != 0)
+        return fail(err);
+    return true;
+}
+
+// ---- working directory and names ----------------------------------------------------------
+
+bool fsGetCurrentDirectory(SWCharString& dir, FsError& err)
+{
+    std::vector<char> buf(4096);
+    for (;;) {
+        if (getcwd(buf.data(), buf.size())) {
+            dir = decodePath(buf.data(), strlen(buf.data()));
+            return true;
+        }
+        if (errno != ERANGE || buf.size() > (1u << 20))
+            return fail(err);
+        buf.resize(buf.size() * 2);
+    }
+}
+
+bool fsSetCurrentDirectory(const SWCharString& dir, FsError& err)
+{
+    std::string p;
+    if (!encodePath(dir, p))
+        return invalidPath(err);
+    if (chdir(p.c_str()) != 0)
+        return fail(err);
+    return true;
+}
+
+bool fsFullPath(const SWCharString& path, SWCharString& full, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p))
+        return invalidPath(err);
+    if (p.empty()) {
+        err.setCrt(ENOENT);
+        return false;
+    }
+    if (p[0] != '/') {
+        SWCharString cwd;
+        std::string c;
+        if (!fsGetCurrentDirectory(cwd, err) || !encodePath(cwd, c))
+            return false;
+        p = c + "/" + p;
+    }
+    const bool trailing = p.size() > 1 && p.back() == '/';
+    std::vector<std::string> parts;
+    size_t i = 0;
+    while (i < p.size()) {
+        size_t j = p.find('/', i);
+        if (j == std::string::npos)
+            j = p.size();
+        const std::string part = p.substr(i, j - i);
+        if (part == "..") {
+            if (!parts.empty())
+                parts.pop_back();
+        } else if (!part.empty() && part != ".") {
+            parts.push_back(part);
+        }
+        i = j + 1;
+    }
+    std::string out;
+    for (const std::string& part : parts)
+        out += "/" + part;
+    if (out.empty() || trailing)
+        out += "/";
+    full = decodePath(out);
+    return true;
+}
+
+SWCharString fsTempDirectory()
+{
+    const char* env = getenv("TMPDIR");
+    std::string dir = (env && env[0] == '/') ? env : "/tmp";
+    if (dir.back() != '/')
+        dir += '/';
+    return decodePath(dir);
+}
+
+SWCharString fsErrorText(const FsError& err)
+{
+    if (err.kind == FsError::none)
+        return SWCharString();
+    char buf[1024];
+    buf[0] = 0;
+    const char* text = pickErrorText(strerror_r(err.number, buf, sizeof buf), buf);
+    if (!text) {
+        snprintf(buf, sizeof buf, "Unknown error %d", err.number);
+        text = buf;
+    }
+    return decodePath(text, strlen(text));
+}
+
+// ---- directory enumeration ----------------------------------------------------------------
+
+struct FsDir {
+    DIR* m_pDir = nullptr;
+    ~FsDir()
+    {
+        if (m_pDir)
+            closedir(m_pDir);
+    }
+};
+
+void FsDirCloser::operator()(FsDir* d) const
+{
+    std::default_delete<FsDir>()(d);
+}
+
+FsDirHandle fsOpenDirectory(const SWCharString& path, FsError& err)
+{
+    std::string p;
+    if (!encodePath(path, p)) {
+        invalidPath(err);
+        return FsDirHandle();
+    }
+    const int fd = open(p.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        fail(err);
+        return FsDirHandle();
+    }
+    DIR* d = fdopendir(fd);
+    if (!d) {
+        fail(err);
+        close(fd);
+        return FsDirHandle();
+    }
+    std::unique_ptr<FsDir> dir = std::make_unique<FsDir>();
+    dir->m_pDir = d;
+    return FsDirHandle(dir.release());
+}
+
+bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, FsError& err)
+{
+    for (;;) {
+        errno = 0;
+        struct dirent* e = readdir(dir.m_pDir);
+        if (!e) {
+            if (errno != 0)
+                return fail(err);
+            return false;
+        }
+        entry.name = decodePath(e->d_name, strlen(e->d_name));
+        FsError statErr;
+        if (!linkStatAt(dirfd(dir.m_pDir), e->d_name, hiddenName(e->d_name), entry.info,
+                        statErr)) {
+            // Gone since the listing was read: skip it, as a later listing would.
+            if (statErr.number == ENOENT)
+                continue;
+            entry.info = FsInfo();
+            entry.info.isDir = e->d_type == DT_DIR;
+            entry.info.isFile = e->d_type == DT_REG;
+            entry.info.isLink = e->d_type == DT_LNK;
+            entry.info.attributes = entry.info.isDir ? fsAttrDirectory : 0;
+            finishAttributes(entry.info);
+        }
+        return true;
+    }
+}
+
+// ---- testing hook ---------------------------------------------------------------------------
+
+void fsInjectDiskFull(int64_t afterBytes)
+{
+    g_diskFullAfter.store(afterBytes < 0 ? -1 : afterBytes);
+}
+
+} // namespace os
+} // namespace Vardo400
