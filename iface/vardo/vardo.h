@@ -23,5 +23,8 @@
 #include "hackedcompump.h"
 #include "csiprocess.h"
 #include "ssystem.h"
+#include "sdatetime.h"
+#include "sfilesearch.h"
+#include "sfilesys.h"
 
 #endif
