@@ -2,6 +2,7 @@
 // an installed assertion observer still sees assertion reports.
 #include "vardo/strace.h"
 #include "vardo/sresstring.h"
+#include "vardo/sdatetime.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -176,6 +177,11 @@ STraceParameter::STraceParameter(long long v) : m_text(formatted("%lld", v)), m_
 STraceParameter::STraceParameter(double v) : m_text(formatted("%.17g", v)), m_bEmpty(false) {}
 STraceParameter::STraceParameter(bool v) : m_text(ascii(v ? "true" : "false")), m_bEmpty(false) {}
 STraceParameter::STraceParameter(const void* p) : m_text(formatted("%p", p)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(const SDateTime& t)
+    : m_text(t.isValid() ? t.format(ascii("yyyy-MM-dd@HH:mm:ss.SS")) : ascii("invalid-date-time")),
+      m_bEmpty(false)
+{
+}
 
 const SWCharString& STraceParameter::GetString() const
 {

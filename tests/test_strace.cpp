@@ -1,5 +1,6 @@
 // The trace and assertion entry points before any logger exists.
 #include <vardo/strace.h>
+#include <vardo/sdatetime.h>
 
 #include "vardo_gtest.h"
 
@@ -89,4 +90,6 @@ TEST(STrace, ParameterTexts)
     EXPECT_EQ(STraceParameter(-9223372036854775807LL - 1).GetString(), W(u"-9223372036854775808"));
     EXPECT_EQ(STraceParameter(SWChar(0x20AC)).GetString(), W(u"€"));
     EXPECT_EQ(STraceParameter(W(u"text")).GetString(), W(u"text"));
+    EXPECT_EQ(STraceParameter(SDateTime()).GetString(), W(u"invalid-date-time"));
+    EXPECT_EQ(STraceParameter(SDateTime::now()).GetString().getLength(), 22u);
 }

@@ -9,6 +9,8 @@
 
 namespace Vardo400 {
 
+class SDateTime;
+
 // One formatting argument of STrace/STraceHelper: a text plus an empty flag.
 class VARDO_API STraceParameter {
 public:
@@ -26,6 +28,8 @@ public:
     STraceParameter(double v);
     STraceParameter(bool v);
     STraceParameter(const void* p);
+    // Local time as "yyyy-MM-dd@HH:mm:ss.SS"; "invalid-date-time" when unset.
+    STraceParameter(const SDateTime& t);
     bool IsEmpty() const { return m_bEmpty; }
     const SWCharString& GetString() const;
 private:
