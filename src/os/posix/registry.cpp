@@ -1,0 +1,569 @@
+// Registry calls over the Linux store: handle table, path parsing, name folding,
+// environment expansion and the stand-in for remote connections.
+#include "os/os_registry.h"
+#include "os/os_env.h"
+#include "os/posix/regstore.h"
+
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include <unistd.h>
+
+namespace Vardo400 {
+namespace os {
+
+// ---- text ----------------------------------------------------------------------------------
+
+unsigned short regFoldUnit(unsigned short c)
+{
+    if (c < 0x80)
+        return (c >= 'a' && c <= 'z') ? static_cast<unsigned short>(c - 32) : c;
+    if (c < 0x100) {
+        if (c >= 0xE0 && c <= 0xFE && c != 0xF7)
+            return static_cast<unsigned short>(c - 32);
+        if (c == 0xFF)
+            return 0x178;
+        if (c == 0xB5)
+            return 0x39C;
+        return c;
+    }
+    if (c <= 0x17F) {   // Latin Extended-A: case pairs
+        if ((c <= 0x12F) || (c >= 0x132 && c <= 0x137) || (c >= 0x14A && c <= 0x177))
+            return static_cast<unsigned short>(c & ~1u);
+        if ((c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E))
+            return (c & 1) ? c : static_cast<unsigned short>(c - 1);
+        return c;
+    }
+    if (c >= 0x370 && c <= 0x3FF) {   // Greek
+        if (c >= 0x3B1 && c <= 0x3CB && c != 0x3C2)
+            return static_cast<unsigned short>(c - 0x20);
+        if (c == 0x3C2)
+            return 0x3A3;
+        if (c == 0x3AC)
+            return 0x386;
+        if (c >= 0x3AD && c <= 0x3AF)
+            return static_cast<unsigned short>(c - 0x25);
+        if (c == 0x3CC)
+            return 0x38C;
+        if (c == 0x3CD || c == 0x3CE)
+            return static_cast<unsigned short>(c - 0x3F);
+        return c;
+    }
+    if (c >= 0x400 && c <= 0x52F) {   // Cyrillic and its supplement
+        if (c >= 0x430 && c <= 0x44F)
+            return static_cast<unsigned short>(c - 0x20);
+        if (c >= 0x450 && c <= 0x45F)
+            return static_cast<unsigned short>(c - 0x50);
+        if ((c >= 0x460 && c <= 0x481) || (c >= 0x48A && c <= 0x4BF) || (c >= 0x4D0 && c <= 0x52F))
+            return static_cast<unsigned short>(c & ~1u);
+        if (c >= 0x4C1 && c <= 0x4CE)
+            return (c & 1) ? c : static_cast<unsigned short>(c - 1);
+        if (c == 0x4CF)
+            return 0x4C0;
+        return c;
+    }
+    if (c >= 0x561 && c <= 0x586)   // Armenian
+        return static_cast<unsigned short>(c - 0x30);
+    if ((c >= 0x1E00 && c <= 0x1E95) || (c >= 0x1EA0 && c <= 0x1EFF))   // Latin Extended Additional
+        return static_cast<unsigned short>(c & ~1u);
+    if (c >= 0xFF41 && c <= 0xFF5A)   // fullwidth Latin
+        return static_cast<unsigned short>(c - 0x20);
+    return c;
+}
+
+void regUtf16ToUtf8(const unsigned short* s, size_t units, std::string& out, bool fold)
+{
+    out.clear();
+    out.reserve(units);
+    for (size_t i = 0; i < units; ++i) {
+        unsigned int c = s[i];
+        if (c < 0x80) {
+            if (fold && c >= 'a' && c <= 'z')
+                c -= 32;
+            out += static_cast<char>(c);
+            continue;
+        }
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < units && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
+            ++i;
+            out += static_cast<char>(0xF0 | (c >> 18));
+            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+            continue;
+        }
+        if (fold)
+            c = regFoldUnit(static_cast<unsigned short>(c));
+        if (c < 0x800) {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        } else {
+            // Lone surrogates too: three bytes, so every name comes back exactly.
+            out += static_cast<char>(0xE0 | (c >> 12));
+            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+}
+
+SWCharString regUtf8ToUtf16(const char* s, size_t bytes)
+{
+    std::vector<unsigned short> u;
+    u.reserve(bytes + 1);
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(s);
+    size_t i = 0;
+    while (i < bytes) {
+        unsigned int c = p[i];
+        unsigned int need = 0;
+        unsigned int min = 0;
+        if (c < 0x80) {
+            u.push_back(static_cast<unsigned short>(c));
+            ++i;
+            continue;
+        } else if ((c & 0xE0) == 0xC0) {
+            need = 1;
+            c &= 0x1F;
+            min = 0x80;
+        } else if ((c & 0xF0) == 0xE0) {
+            need = 2;
+            c &= 0x0F;
+            min = 0x800;
+        } else if ((c & 0xF8) == 0xF0) {
+            need = 3;
+            c &= 0x07;
+            min = 0x10000;
+        } else {
+            u.push_back(0xFFFD);
+            ++i;
+            continue;
+        }
+        if (i + need >= bytes) {
+            u.push_back(0xFFFD);
+            ++i;
+            continue;
+        }
+        bool ok = true;
+        for (unsigned int k = 1; k <= need; ++k) {
+            if ((p[i + k] & 0xC0) != 0x80) {
+                ok = false;
+                break;
+            }
+            c = (c << 6) | (p[i + k] & 0x3F);
+        }
+        if (!ok || c < min || c > 0x10FFFF) {
+            u.push_back(0xFFFD);
+            ++i;
+            continue;
+        }
+        i += need + 1;
+        if (c >= 0x10000) {
+            c -= 0x10000;
+            u.push_back(static_cast<unsigned short>(0xD800 + (c >> 10)));
+            u.push_back(static_cast<unsigned short>(0xDC00 + (c & 0x3FF)));
+        } else {
+            u.push_back(static_cast<unsigned short>(c));
+        }
+    }
+    u.push_back(0);
+    return SWCharString(u.data());
+}
+
+namespace {
+
+const unsigned short NoText[1] = {0};
+
+size_t unitLength(const unsigned short* s)
+{
+    size_t n = 0;
+    if (s)
+        while (s[n])
+            ++n;
+    return n;
+}
+
+// Splits a sub-key path into folded components. One trailing backslash is allowed; a
+// leading one or an empty component inside is a bad path.
+int32_t splitPath(const unsigned short* subKey, std::vector<RegName>& out)
+{
+    out.clear();
+    size_t n = unitLength(subKey);
+    if (n == 0)
+        return RegOk;
+    if (subKey[0] == '\\')
+        return RegBadPathName;
+    if (subKey[n - 1] == '\\')
+        --n;
+    size_t start = 0;
+    while (start <= n) {
+        size_t end = start;
+        while (end < n && subKey[end] != '\\')
+            ++end;
+        size_t len = end - start;
+        if (len == 0)
+            return RegBadPathName;
+        if (len > RegMaxKeyName)
+            return RegInvalidParameter;
+        RegName c;
+        regUtf16ToUtf8(subKey + start, len, c.name, false);
+        regUtf16ToUtf8(subKey + start, len, c.fold, true);
+        out.push_back(std::move(c));
+        if (out.size() > 512)
+            return RegInvalidParameter;
+        start = end + 1;
+    }
+    return RegOk;
+}
+
+// An open key: its store, its row and the access it was opened with.
+struct PosixKey {
+    std::shared_ptr<RegStore> store;
+    int64_t id;
+    uint32_t access;
+};
+
+struct HandleTable {
+    std::mutex mutex;
+    std::map<uintptr_t, std::unique_ptr<PosixKey>> keys;
+    bool alive = true;
+    ~HandleTable() { alive = false; }
+};
+
+HandleTable& handles()
+{
+    static HandleTable table;
+    return table;
+}
+
+int64_t rootId(RegKeyHandle h)
+{
+    intptr_t v = reinterpret_cast<intptr_t>(h);
+    switch (static_cast<uint32_t>(v)) {
+    case 0x80000000u: return 1;
+    case 0x80000001u: return 2;
+    case 0x80000002u: return 3;
+    case 0x80000003u: return 4;
+    case 0x80000005u: return 6;
+    default: return 0;
+    }
+}
+
+// The store, row and access behind a handle.
+int32_t resolve(RegKeyHandle h, std::shared_ptr<RegStore>& store, int64_t& id, uint32_t& access)
+{
+    if (regIsPredefined(h)) {
+        id = rootId(h);
+        if (!id)
+            return RegInvalidHandle;
+        store = regCurrentStore();
+        access = RegKeyAllAccess;
+        return RegOk;
+    }
+    HandleTable& t = handles();
+    std::lock_guard<std::mutex> lock(t.mutex);
+    if (!t.alive || !h)
+        return RegInvalidHandle;
+    auto it = t.keys.find(reinterpret_cast<uintptr_t>(h));
+    if (it == t.keys.end())
+        return RegInvalidHandle;
+    store = it->second->store;
+    id = it->second->id;
+    access = it->second->access;
+    return RegOk;
+}
+
+RegKeyHandle addHandle(const std::shared_ptr<RegStore>& store, int64_t id, uint32_t access)
+{
+    std::unique_ptr<PosixKey> k(new PosixKey{store, id, access});
+    RegKeyHandle h = reinterpret_cast<RegKeyHandle>(k.get());
+    HandleTable& t = handles();
+    std::lock_guard<std::mutex> lock(t.mutex);
+    if (!t.alive)
+        return 0;
+    t.keys[reinterpret_cast<uintptr_t>(h)] = std::move(k);
+    return h;
+}
+
+const uint32_t WriteRights = RegKeySetValue | RegKeyCreateSubKey | 0x00010000 /* DELETE */ |
+                             0x00040000 /* WRITE_DAC */ | 0x00080000 /* WRITE_OWNER */;
+
+int32_t openOrCreate(RegKeyHandle parent, const unsigned short* subKey, uint32_t access,
+                     RegKeyHandle* result, bool create)
+{
+    if (!result)
+        return RegInvalidParameter;
+    *result = 0;
+    std::shared_ptr<RegStore> store;
+    int64_t from = 0;
+    uint32_t parentAccess = 0;
+    int32_t r = resolve(parent, store, from, parentAccess);
+    if (r != RegOk)
+        return r;
+    std::vector<RegName> path;
+    r = splitPath(subKey, path);
+    if (r != RegOk)
+        return r;
+    if (create && !path.empty() && !(parentAccess & RegKeyCreateSubKey))
+        return RegAccessDenied;
+    if ((access & WriteRights) && store->readOnly())
+        return RegAccessDenied;
+    int64_t id = 0;
+    r = create ? store->createPath(from, path, id) : store->findPath(from, path, id);
+    if (r != RegOk)
+        return r;
+    RegKeyHandle h = addHandle(store, id, access);
+    if (!h)
+        return RegInvalidHandle;
+    *result = h;
+    return RegOk;
+}
+
+std::string valueFold(const unsigned short* name, size_t n)
+{
+    std::string fold;
+    regUtf16ToUtf8(name, n, fold, true);
+    return fold;
+}
+
+} // namespace
+
+// ---- the calls -----------------------------------------------------------------------------
+
+bool regIsPredefined(RegKeyHandle h)
+{
+    uint32_t v = static_cast<uint32_t>(reinterpret_cast<intptr_t>(h));
+    intptr_t full = reinterpret_cast<intptr_t>(h);
+    return v >= 0x80000000u && v <= 0x80000006u &&
+           full == static_cast<intptr_t>(static_cast<int32_t>(v));
+}
+
+int32_t regOpenKey(RegKeyHandle parent, const unsigned short* subKey, uint32_t access,
+                   RegKeyHandle* result)
+{
+    return openOrCreate(parent, subKey, access, result, false);
+}
+
+int32_t regCreateKey(RegKeyHandle parent, const unsigned short* subKey, uint32_t access,
+                     RegKeyHandle* result)
+{
+    return openOrCreate(parent, subKey, access, result, true);
+}
+
+int32_t regCloseKey(RegKeyHandle key)
+{
+    if (!key || regIsPredefined(key))
+        return RegOk;
+    std::unique_ptr<PosixKey> doomed;
+    HandleTable& t = handles();
+    std::lock_guard<std::mutex> lock(t.mutex);
+    if (!t.alive)
+        return RegOk;
+    auto it = t.keys.find(reinterpret_cast<uintptr_t>(key));
+    if (it == t.keys.end())
+        return RegInvalidHandle;
+    doomed = std::move(it->second);
+    t.keys.erase(it);
+    return RegOk;
+}
+
+int32_t regQueryValue(RegKeyHandle key, const unsigned short* name, uint32_t* type,
+                      unsigned char* data, uint32_t* size)
+{
+    std::shared_ptr<RegStore> store;
+    int64_t id = 0;
+    uint32_t access = 0;
+    int32_t r = resolve(key, store, id, access);
+    if (r != RegOk)
+        return r;
+    if (!(access & RegKeyQueryValue))
+        return RegAccessDenied;
+    if (data && !size)
+        return RegInvalidParameter;
+    size_t n = unitLength(name);
+    if (n > RegMaxValueName)
+        return RegFileNotFound;
+    return store->getValue(id, valueFold(name, n), type, data, size);
+}
+
+int32_t regSetValue(RegKeyHandle key, const unsigned short* name, uint32_t type,
+                    const unsigned char* data, uint32_t size)
+{
+    std::shared_ptr<RegStore> store;
+    int64_t id = 0;
+    uint32_t access = 0;
+    int32_t r = resolve(key, store, id, access);
+    if (r != RegOk)
+        return r;
+    if (!(access & RegKeySetValue))
+        return RegAccessDenied;
+    if (!data && size)
+        return RegInvalidParameter;
+    if (size > 0x7FFFFFFFu)
+        return RegInvalidParameter;
+    size_t n = unitLength(name);
+    if (n > RegMaxValueName)
+        return RegInvalidParameter;
+    RegName v;
+    regUtf16ToUtf8(name ? name : NoText, n, v.name, false);
+    regUtf16ToUtf8(name ? name : NoText, n, v.fold, true);
+    return store->setValue(id, v, type, data, size);
+}
+
+int32_t regDeleteValue(RegKeyHandle key, const unsigned short* name)
+{
+    std::shared_ptr<RegStore> store;
+    int64_t id = 0;
+    uint32_t access = 0;
+    int32_t r = resolve(key, store, id, access);
+    if (r != RegOk)
+        return r;
+    if (!(access & RegKeySetValue))
+        return RegAccessDenied;
+    size_t n = unitLength(name);
+    if (n > RegMaxValueName)
+        return RegFileNotFound;
+    return store->deleteValue(id, valueFold(name, n));
+}
+
+int32_t regDeleteKey(RegKeyHandle parent, const unsigned short* subKey)
+{
+    std::shared_ptr<RegStore> store;
+    int64_t from = 0;
+    uint32_t access = 0;
+    int32_t r = resolve(parent, store, from, access);
+    if (r != RegOk)
+        return r;
+    std::vector<RegName> path;
+    r = splitPath(subKey, path);
+    if (r != RegOk)
+        return r;
+    return store->deleteKey(from, path);
+}
+
+int32_t regEnumKey(RegKeyHandle key, uint32_t index, SWCharString& name)
+{
+    std::shared_ptr<RegStore> store;
+    int64_t id = 0;
+    uint32_t access = 0;
+    int32_t r = resolve(key, store, id, access);
+    if (r != RegOk)
+        return r;
+    if (!(access & RegKeyEnumerateSubKeys))
+        return RegAccessDenied;
+    std::string utf8;
+    r = store->enumKey(id, index, utf8);
+    if (r == RegOk)
+        name = regUtf8ToUtf16(utf8.data(), utf8.size());
+    return r;
+}
+
+int32_t regEnumValue(RegKeyHandle key, uint32_t index, SWCharString& name, uint32_t* type,
+                     unsigned char* data, uint32_t* size)
+{
+    std::shared_ptr<RegStore> store;
+    int64_t id = 0;
+    uint32_t access = 0;
+    int32_t r = resolve(key, store, id, access);
+    if (r != RegOk)
+        return r;
+    if (!(access & RegKeyQueryValue))
+        return RegAccessDenied;
+    if (data && !size)
+        return RegInvalidParameter;
+    std::string utf8;
+    r = store->enumValue(id, index, utf8, type, data, size);
+    if (r == RegOk || r == RegMoreData)
+        name = regUtf8ToUtf16(utf8.data(), utf8.size());
+    return r;
+}
+
+int32_t regConnectRegistry(const unsigned short* machine, RegKeyHandle* result)
+{
+    if (!result)
+        return RegInvalidParameter;
+    *result = 0;
+    // There is no remote store: only names of this machine connect, to the local store.
+    std::string name;
+    size_t n = unitLength(machine);
+    regUtf16ToUtf8(machine ? machine : NoText, n, name, true);
+    size_t skip = 0;
+    while (skip < name.size() && name[skip] == '\\')
+        ++skip;
+    name.erase(0, skip);
+    bool local = name.empty() || name == "." || name == "LOCALHOST" || name == "127.0.0.1";
+    if (!local) {
+        char host[256] = {0};
+        if (::gethostname(host, sizeof host - 1) == 0) {
+            std::string h;
+            std::vector<unsigned short> wide;
+            for (const char* p = host; *p; ++p)
+                wide.push_back(static_cast<unsigned char>(*p));
+            regUtf16ToUtf8(wide.data(), wide.size(), h, true);
+            std::string shortName = h.substr(0, h.find('.'));
+            local = name == h || name == shortName;
+        }
+    }
+    if (!local)
+        return RegBadNetPath;
+    std::shared_ptr<RegStore> store = regCurrentStore();
+    RegKeyHandle h = addHandle(store, 3, RegKeyAllAccess);
+    if (!h)
+        return RegInvalidHandle;
+    *result = h;
+    return RegOk;
+}
+
+uint32_t regExpandEnvironmentStrings(const unsigned short* src, unsigned short* dst, uint32_t size)
+{
+    if (!src)
+        return 0;
+    std::vector<unsigned short> out;
+    size_t n = unitLength(src);
+    size_t i = 0;
+    while (i < n) {
+        if (src[i] == '%') {
+            size_t j = i + 1;
+            while (j < n && src[j] != '%')
+                ++j;
+            if (j < n && j > i + 1) {
+                std::vector<unsigned short> nameUnits(src + i + 1, src + j);
+                nameUnits.push_back(0);
+                SWCharString value;
+                if (envGet(SWCharString(nameUnits.data()), value)) {
+                    out.insert(out.end(), value.data(), value.data() + value.getLength());
+                    i = j + 1;
+                    continue;
+                }
+                // Unknown names stay as written, percent signs included; the closing
+                // sign may open the next reference.
+                out.insert(out.end(), src + i, src + j);
+                i = j;
+                continue;
+            }
+        }
+        out.push_back(src[i]);
+        ++i;
+    }
+    uint32_t needed = static_cast<uint32_t>(out.size() + 1);
+    if (dst && needed <= size) {
+        if (!out.empty())
+            std::memcpy(dst, out.data(), out.size() * sizeof(unsigned short));
+        dst[out.size()] = 0;
+    }
+    return needed;
+}
+
+void regMakeNonInheritable(RegKeyHandle)
+{
+    // Handles are table entries, not descriptors; SQLite opens its files with O_CLOEXEC.
+}
+
+SWCharString regStorePath()
+{
+    std::string f = regStoreFile();
+    return regUtf8ToUtf16(f.data(), f.size());
+}
+
+} // namespace os
+} // namespace Vardo400

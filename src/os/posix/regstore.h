@@ -1,0 +1,126 @@
+// The Linux registry store: one SQLite file shared by every process that names the same
+// folder. Internal to the posix registry files.
+//
+// Layout (user_version 1):
+//   keys(id, parent, name, fold)   unique (parent, fold); the predefined roots are rows
+//                                  1 (HKEY_CLASSES_ROOT), 2 (HKEY_CURRENT_USER),
+//                                  3 (HKEY_LOCAL_MACHINE), 4 (HKEY_USERS),
+//                                  6 (HKEY_CURRENT_CONFIG) with parent 0
+//   vals(id, key, name, fold, type, data)   unique (key, fold); data is the exact bytes
+// name keeps the case it was created with; fold is the upper-cased name that lookups
+// compare. Both are UTF-8 (a lone surrogate is kept as its 3-byte form). Ids are never
+// reused, so a handle to a deleted key stays deleted even when the name comes back.
+//
+// Every change is one transaction: single statements in autocommit, multi-step changes
+// inside BEGIN IMMEDIATE. The database runs in WAL mode with synchronous=NORMAL and waits
+// up to BusyTimeoutMs for another process's lock.
+#ifndef VARDO_OS_POSIX_REGSTORE_H
+#define VARDO_OS_POSIX_REGSTORE_H
+
+#include "vardo/registry.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace Vardo400 {
+namespace os {
+
+const int BusyTimeoutMs = 30000;
+
+// One path component: as given, and upper-cased for comparison.
+struct RegName {
+    std::string name;
+    std::string fold;
+};
+
+// UTF-16 to UTF-8 (optionally upper-cased with the store's fold table).
+void regUtf16ToUtf8(const unsigned short* s, size_t units, std::string& out, bool fold);
+// UTF-8 (as the store writes it) back to UTF-16; invalid bytes become U+FFFD.
+SWCharString regUtf8ToUtf16(const char* s, size_t bytes);
+// The store's case fold of one UTF-16 unit.
+unsigned short regFoldUnit(unsigned short c);
+
+class RegStore {
+public:
+    explicit RegStore(const std::string& file);
+    ~RegStore();
+    RegStore(const RegStore&) = delete;
+    RegStore& operator=(const RegStore&) = delete;
+
+    const std::string& file() const { return m_file; }
+
+    // Whether writes are refused (file without write permission, or unwritable).
+    bool readOnly();
+
+    // Walks names below key from; id receives the key found.
+    int32_t findPath(int64_t from, const std::vector<RegName>& path, int64_t& id);
+    // As findPath, creating what is missing.
+    int32_t createPath(int64_t from, const std::vector<RegName>& path, int64_t& id);
+
+    int32_t getValue(int64_t key, const std::string& fold, uint32_t* type, unsigned char* data,
+                     uint32_t* size);
+    int32_t setValue(int64_t key, const RegName& name, uint32_t type, const unsigned char* data,
+                     uint32_t size);
+    int32_t deleteValue(int64_t key, const std::string& fold);
+    // Deletes the key at path below from (from itself for an empty path): refused with
+    // RegAccessDenied when it has sub-keys or is a predefined root.
+    int32_t deleteKey(int64_t from, const std::vector<RegName>& path);
+    int32_t enumKey(int64_t key, uint32_t index, std::string& name);
+    int32_t enumValue(int64_t key, uint32_t index, std::string& name, uint32_t* type,
+                      unsigned char* data, uint32_t* size);
+
+private:
+    enum State { Closed, Open, Missing, Damaged };
+    // Opens the database if it is not open yet. RegOk; RegFileNotFound when there is no
+    // file and none can be made (the store then reads as empty); RegBadDb when damaged.
+    int32_t openLocked();
+    void closeLocked();
+    int32_t fail(int rc);
+    int32_t usable(bool write);
+    int stepRetry(sqlite3_stmt* st);
+    int execRetry(const char* sql);
+    int32_t begin();
+    int32_t commit();
+    void rollback();
+    int32_t aliveLocked(int64_t id);
+    int32_t walk(int64_t from, const std::vector<RegName>& path, int64_t& id, bool create);
+    int32_t copyOut(sqlite3_stmt* st, int typeCol, int dataCol, uint32_t* type,
+                    unsigned char* data, uint32_t* size);
+
+    std::mutex m_mutex;
+    std::string m_file;
+    sqlite3* m_db;
+    State m_state;
+    bool m_bReadOnly;
+    sqlite3_stmt* m_findKey;
+    sqlite3_stmt* m_insertKey;
+    sqlite3_stmt* m_keyAlive;
+    sqlite3_stmt* m_getValue;
+    sqlite3_stmt* m_setValue;
+    sqlite3_stmt* m_deleteValue;
+    sqlite3_stmt* m_hasChild;
+    sqlite3_stmt* m_deleteKey;
+    sqlite3_stmt* m_deleteKeyValues;
+    sqlite3_stmt* m_enumKey;
+    sqlite3_stmt* m_enumValue;
+    unsigned m_generation;   // fork generation that opened the store
+};
+
+// The store for the folder the environment names now (shared by every caller in the
+// process); the folder and file names follow iface/vardo/registry.h.
+std::shared_ptr<RegStore> regCurrentStore();
+// The folder and the registry.db path the environment names now ("" when no folder can
+// be found).
+std::string regStoreFolder();
+std::string regStoreFile();
+
+} // namespace os
+} // namespace Vardo400
+
+#endif

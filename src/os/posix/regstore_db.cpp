@@ -1,0 +1,835 @@
+// The Linux registry store in SQLite: opening and repairing state, the statements, and
+// the mapping of SQLite's answers onto Win32 error numbers.
+#include "os/posix/regstore.h"
+#include "os/os_registry.h"
+
+#include <sqlite3.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <thread>
+
+#include <pthread.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Vardo400 {
+namespace os {
+
+namespace {
+
+// Bumped in the child after fork: a child must neither use nor close its parent's
+// connections (closing could checkpoint and truncate the log under the parent).
+std::atomic<unsigned> g_forkGeneration(0);
+
+void onForkChild() { g_forkGeneration.fetch_add(1); }
+
+const char* const SchemaSql =
+    "CREATE TABLE IF NOT EXISTS keys("
+    " id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " parent INTEGER NOT NULL,"
+    " name TEXT NOT NULL,"
+    " fold TEXT NOT NULL);"
+    "CREATE UNIQUE INDEX IF NOT EXISTS keys_by_name ON keys(parent, fold);"
+    "CREATE TABLE IF NOT EXISTS vals("
+    " id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " key INTEGER NOT NULL,"
+    " name TEXT NOT NULL,"
+    " fold TEXT NOT NULL,"
+    " type INTEGER NOT NULL,"
+    " data BLOB NOT NULL);"
+    "CREATE UNIQUE INDEX IF NOT EXISTS vals_by_name ON vals(key, fold);"
+    "CREATE INDEX IF NOT EXISTS vals_by_key ON vals(key, id);"
+    "INSERT OR IGNORE INTO keys(id, parent, name, fold) VALUES"
+    " (1, 0, 'HKEY_CLASSES_ROOT', 'HKEY_CLASSES_ROOT'),"
+    " (2, 0, 'HKEY_CURRENT_USER', 'HKEY_CURRENT_USER'),"
+    " (3, 0, 'HKEY_LOCAL_MACHINE', 'HKEY_LOCAL_MACHINE'),"
+    " (4, 0, 'HKEY_USERS', 'HKEY_USERS'),"
+    " (6, 0, 'HKEY_CURRENT_CONFIG', 'HKEY_CURRENT_CONFIG');"
+    "PRAGMA user_version = 1;";
+
+const int SchemaVersion = 1;
+// Ids up to this one are the predefined roots: never deleted.
+const int64_t LastRootId = 6;
+
+bool isBusy(int rc)
+{
+    int primary = rc & 0xFF;
+    return primary == SQLITE_BUSY || primary == SQLITE_LOCKED;
+}
+
+std::chrono::steady_clock::time_point deadline()
+{
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(BusyTimeoutMs);
+}
+
+void makeDirectories(const std::string& dir, mode_t mode)
+{
+    if (dir.empty())
+        return;
+    struct stat st;
+    if (::stat(dir.c_str(), &st) == 0)
+        return;
+    std::string::size_type slash = dir.find_last_of('/');
+    if (slash != std::string::npos && slash > 0)
+        makeDirectories(dir.substr(0, slash), 0755);
+    ::mkdir(dir.c_str(), mode);
+}
+
+std::string homeFolder()
+{
+    const char* home = std::getenv("HOME");
+    if (home && *home)
+        return home;
+    struct passwd pw;
+    struct passwd* result = 0;
+    char buf[4096];
+    if (::getpwuid_r(::getuid(), &pw, buf, sizeof buf, &result) == 0 && result && result->pw_dir)
+        return result->pw_dir;
+    return std::string();
+}
+
+} // namespace
+
+// ---- store location ---------------------------------------------------------------------------
+
+static const char* const SystemFolder = "/var/lib/vardow";
+
+std::string regStoreFolder()
+{
+    const char* env = std::getenv("NEBU_REGISTRYHOME");
+    if (env && *env) {
+        std::string f = env;
+        while (f.size() > 1 && f[f.size() - 1] == '/')
+            f.erase(f.size() - 1);
+        return f;
+    }
+    if (::access(SystemFolder, W_OK) == 0)
+        return SystemFolder;
+    struct stat st;
+    if (::stat(SystemFolder, &st) != 0 && ::access("/var/lib", W_OK) == 0)
+        return SystemFolder;
+    std::string home = homeFolder();
+    if (home.empty())
+        return std::string();
+    if (home[home.size() - 1] != '/')
+        home += '/';
+    return home + ".vardow";
+}
+
+std::string regStoreFile()
+{
+    std::string folder = regStoreFolder();
+    if (folder.empty())
+        return std::string();
+    if (folder[folder.size() - 1] != '/')
+        folder += '/';
+    return folder + "registry.db";
+}
+
+namespace {
+
+struct StoreTable {
+    std::mutex mutex;
+    std::map<std::string, std::shared_ptr<RegStore>> stores;
+    unsigned generation = 0;
+};
+
+StoreTable& storeTable()
+{
+    static StoreTable table;
+    return table;
+}
+
+} // namespace
+
+std::shared_ptr<RegStore> regCurrentStore()
+{
+    static std::once_flag forkHook;
+    std::call_once(forkHook, [] { ::pthread_atfork(0, 0, onForkChild); });
+    std::string file = regStoreFile();
+    StoreTable& t = storeTable();
+    std::lock_guard<std::mutex> lock(t.mutex);
+    unsigned generation = g_forkGeneration.load();
+    if (generation != t.generation) {
+        // Inherited stores are left alone (their destructors skip closing, see below).
+        t.stores.clear();
+        t.generation = generation;
+    }
+    std::shared_ptr<RegStore>& s = t.stores[file];
+    if (!s)
+        s = std::make_shared<RegStore>(file);
+    return s;
+}
+
+// ---- RegStore ---------------------------------------------------------------------------------
+
+RegStore::RegStore(const std::string& file)
+    : m_file(file), m_db(0), m_state(Closed), m_bReadOnly(false), m_findKey(0), m_insertKey(0),
+      m_keyAlive(0), m_getValue(0), m_setValue(0), m_deleteValue(0), m_hasChild(0),
+      m_deleteKey(0), m_deleteKeyValues(0), m_enumKey(0), m_enumValue(0),
+      m_generation(g_forkGeneration.load())
+{
+}
+
+RegStore::~RegStore()
+{
+    if (m_generation == g_forkGeneration.load())
+        closeLocked();
+}
+
+void RegStore::closeLocked()
+{
+    sqlite3_stmt** all[] = {&m_findKey,  &m_insertKey,    &m_keyAlive,        &m_getValue,
+                            &m_setValue, &m_deleteValue,  &m_hasChild,        &m_deleteKey,
+                            &m_deleteKeyValues, &m_enumKey, &m_enumValue};
+    for (sqlite3_stmt** st : all) {
+        sqlite3_finalize(*st);
+        *st = 0;
+    }
+    if (m_db) {
+        if (!sqlite3_get_autocommit(m_db))
+            sqlite3_exec(m_db, "ROLLBACK", 0, 0, 0);
+        sqlite3_close_v2(m_db);
+        m_db = 0;
+    }
+    if (m_state == Open)
+        m_state = Closed;
+}
+
+int RegStore::execRetry(const char* sql)
+{
+    std::chrono::steady_clock::time_point until = deadline();
+    for (;;) {
+        int rc = sqlite3_exec(m_db, sql, 0, 0, 0);
+        if (!isBusy(rc) || std::chrono::steady_clock::now() > until)
+            return rc;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+int RegStore::stepRetry(sqlite3_stmt* st)
+{
+    std::chrono::steady_clock::time_point until;
+    bool first = true;
+    for (;;) {
+        int rc = sqlite3_step(st);
+        if (!isBusy(rc))
+            return rc;
+        sqlite3_reset(st);
+        if (first) {
+            until = deadline();
+            first = false;
+        }
+        if (std::chrono::steady_clock::now() > until)
+            return rc;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+int32_t RegStore::fail(int rc)
+{
+    rollback();
+    switch (rc & 0xFF) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+    case SQLITE_FORMAT:
+        closeLocked();
+        m_state = Damaged;
+        return RegBadDb;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return RegBusy;
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+    case SQLITE_CANTOPEN:
+        return RegAccessDenied;
+    case SQLITE_NOMEM:
+        return RegOutOfMemory;
+    case SQLITE_TOOBIG:
+        return RegInvalidParameter;
+    default:
+        return RegIoFailed;
+    }
+}
+
+int32_t RegStore::openLocked()
+{
+    if (m_generation != g_forkGeneration.load(std::memory_order_relaxed))
+        return RegInvalidHandle;
+    if (m_state == Open)
+        return RegOk;
+    if (m_state == Damaged)
+        return RegBadDb;
+    if (m_file.empty()) {
+        m_state = Missing;
+        m_bReadOnly = true;
+        return RegFileNotFound;
+    }
+    struct stat st;
+    bool exists = ::stat(m_file.c_str(), &st) == 0;
+    // A store file without any write permission bit is read-only for everyone (root too):
+    // that is how an administrator freezes a store.
+    bool frozen = exists && (st.st_mode & 0222) == 0;
+    if (!exists) {
+        std::string folder = m_file.substr(0, m_file.find_last_of('/'));
+        const char* env = std::getenv("NEBU_REGISTRYHOME");
+        makeDirectories(folder, (env && *env) || folder == SystemFolder ? 0755 : 0700);
+    }
+    int flags = (frozen ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) |
+                SQLITE_OPEN_NOMUTEX;
+    int rc = sqlite3_open_v2(m_file.c_str(), &m_db, flags, 0);
+    if (rc != SQLITE_OK) {
+        sqlite3_close_v2(m_db);
+        m_db = 0;
+        if (exists && !frozen)
+            rc = sqlite3_open_v2(m_file.c_str(), &m_db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, 0);
+        if (rc != SQLITE_OK) {
+            sqlite3_close_v2(m_db);
+            m_db = 0;
+            m_state = Missing;
+            m_bReadOnly = true;
+            return exists ? RegAccessDenied : RegFileNotFound;
+        }
+    }
+    sqlite3_extended_result_codes(m_db, 1);
+    sqlite3_busy_timeout(m_db, BusyTimeoutMs);
+    m_bReadOnly = frozen || sqlite3_db_readonly(m_db, "main") == 1;
+
+    if (!m_bReadOnly) {
+        rc = execRetry("PRAGMA journal_mode=WAL");
+        if (rc == SQLITE_OK)
+            rc = execRetry("PRAGMA synchronous=NORMAL");
+        if (rc != SQLITE_OK) {
+            int32_t e = fail(rc);
+            if (m_state != Damaged) {
+                closeLocked();
+                m_state = Closed;
+            }
+            return e;
+        }
+        int persist = 1;
+        sqlite3_file_control(m_db, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
+    }
+
+    // The schema version tells a new store from ours and from a foreign database.
+    int version = -1;
+    {
+        sqlite3_stmt* st = 0;
+        rc = sqlite3_prepare_v2(m_db, "PRAGMA user_version", -1, &st, 0);
+        if (rc == SQLITE_OK) {
+            rc = stepRetry(st);
+            if (rc == SQLITE_ROW) {
+                version = sqlite3_column_int(st, 0);
+                rc = SQLITE_OK;
+            }
+        }
+        sqlite3_finalize(st);
+        if (rc != SQLITE_OK) {
+            int32_t e = fail(rc);
+            if (m_state != Damaged) {
+                closeLocked();
+                m_state = Closed;
+            }
+            return e;
+        }
+    }
+    if (version == 0) {
+        if (m_bReadOnly) {
+            // An empty store nobody may write: reads find nothing.
+            closeLocked();
+            m_state = Missing;
+            return RegFileNotFound;
+        }
+        rc = execRetry("BEGIN IMMEDIATE");
+        if (rc == SQLITE_OK) {
+            rc = execRetry(SchemaSql);
+            if (rc == SQLITE_OK)
+                rc = execRetry("COMMIT");
+        }
+        if (rc != SQLITE_OK) {
+            int32_t e = fail(rc);
+            if (m_state != Damaged) {
+                closeLocked();
+                m_state = Closed;
+            }
+            return e;
+        }
+        version = SchemaVersion;
+    }
+    if (version != SchemaVersion) {
+        closeLocked();
+        m_state = Damaged;
+        return RegBadDb;
+    }
+
+    struct Prepared {
+        sqlite3_stmt** st;
+        const char* sql;
+    } statements[] = {
+        {&m_findKey, "SELECT id FROM keys WHERE parent=?1 AND fold=?2"},
+        {&m_insertKey, "INSERT INTO keys(parent, name, fold) VALUES(?1, ?2, ?3)"},
+        {&m_keyAlive, "SELECT 1 FROM keys WHERE id=?1"},
+        {&m_getValue, "SELECT type, data FROM vals WHERE key=?1 AND fold=?2"},
+        {&m_setValue,
+         "INSERT INTO vals(key, name, fold, type, data) SELECT ?1, ?2, ?3, ?4, ?5"
+         " WHERE EXISTS(SELECT 1 FROM keys WHERE id=?1)"
+         " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data"},
+        {&m_deleteValue, "DELETE FROM vals WHERE key=?1 AND fold=?2"},
+        {&m_hasChild, "SELECT 1 FROM keys WHERE parent=?1 LIMIT 1"},
+        {&m_deleteKey, "DELETE FROM keys WHERE id=?1"},
+        {&m_deleteKeyValues, "DELETE FROM vals WHERE key=?1"},
+        {&m_enumKey, "SELECT name FROM keys WHERE parent=?1 ORDER BY fold LIMIT 1 OFFSET ?2"},
+        {&m_enumValue,
+         "SELECT name, type, data FROM vals WHERE key=?1 ORDER BY id LIMIT 1 OFFSET ?2"},
+    };
+    for (const Prepared& p : statements) {
+        rc = sqlite3_prepare_v3(m_db, p.sql, -1, SQLITE_PREPARE_PERSISTENT, p.st, 0);
+        if (rc != SQLITE_OK) {
+            // Our version number on a database without our tables: not a store of ours.
+            int primary = rc & 0xFF;
+            closeLocked();
+            if (primary == SQLITE_ERROR || primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB) {
+                m_state = Damaged;
+                return RegBadDb;
+            }
+            m_state = Closed;
+            return primary == SQLITE_NOMEM ? RegOutOfMemory : RegIoFailed;
+        }
+    }
+    m_state = Open;
+    return RegOk;
+}
+
+bool RegStore::readOnly()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    openLocked();
+    return m_bReadOnly;
+}
+
+int32_t RegStore::usable(bool write)
+{
+    int32_t r = openLocked();
+    if (r == RegFileNotFound)
+        return write ? RegAccessDenied : RegFileNotFound;
+    if (r != RegOk)
+        return r;
+    if (write && m_bReadOnly)
+        return RegAccessDenied;
+    return RegOk;
+}
+
+int32_t RegStore::begin()
+{
+    int rc = execRetry("BEGIN IMMEDIATE");
+    return rc == SQLITE_OK ? RegOk : fail(rc);
+}
+
+int32_t RegStore::commit()
+{
+    int rc = execRetry("COMMIT");
+    if (rc == SQLITE_OK)
+        return RegOk;
+    int32_t e = fail(rc);
+    if (m_db && !sqlite3_get_autocommit(m_db))
+        sqlite3_exec(m_db, "ROLLBACK", 0, 0, 0);
+    return e;
+}
+
+void RegStore::rollback()
+{
+    if (m_db && !sqlite3_get_autocommit(m_db))
+        sqlite3_exec(m_db, "ROLLBACK", 0, 0, 0);
+}
+
+namespace {
+
+// Resets a statement and clears its bindings when the scope ends.
+struct Reset {
+    sqlite3_stmt* st;
+    explicit Reset(sqlite3_stmt* s) : st(s) {}
+    ~Reset()
+    {
+        sqlite3_reset(st);
+        sqlite3_clear_bindings(st);
+    }
+};
+
+} // namespace
+
+// Inside the lock: RegOk while the key exists, RegKeyDeleted once it is gone.
+int32_t RegStore::aliveLocked(int64_t id)
+{
+    if (id <= LastRootId)
+        return RegOk;
+    sqlite3_bind_int64(m_keyAlive, 1, id);
+    int rc = stepRetry(m_keyAlive);
+    sqlite3_reset(m_keyAlive);
+    if (rc == SQLITE_ROW)
+        return RegOk;
+    if (rc == SQLITE_DONE)
+        return RegKeyDeleted;
+    return fail(rc);
+}
+
+int32_t RegStore::walk(int64_t from, const std::vector<RegName>& path, int64_t& id, bool create)
+{
+    int64_t cur = from;
+    for (const RegName& c : path) {
+        int rc;
+        {
+            Reset reset(m_findKey);
+            sqlite3_bind_int64(m_findKey, 1, cur);
+            sqlite3_bind_text(m_findKey, 2, c.fold.data(), static_cast<int>(c.fold.size()),
+                              SQLITE_STATIC);
+            rc = stepRetry(m_findKey);
+            if (rc == SQLITE_ROW) {
+                cur = sqlite3_column_int64(m_findKey, 0);
+                continue;
+            }
+        }
+        if (rc != SQLITE_DONE)
+            return fail(rc);
+        if (!create) {
+            if (cur == from) {
+                int32_t alive = aliveLocked(from);
+                if (alive != RegOk)
+                    return alive;
+            }
+            return RegFileNotFound;
+        }
+        {
+            Reset reset(m_insertKey);
+            sqlite3_bind_int64(m_insertKey, 1, cur);
+            sqlite3_bind_text(m_insertKey, 2, c.name.data(), static_cast<int>(c.name.size()),
+                              SQLITE_STATIC);
+            sqlite3_bind_text(m_insertKey, 3, c.fold.data(), static_cast<int>(c.fold.size()),
+                              SQLITE_STATIC);
+            rc = stepRetry(m_insertKey);
+        }
+        if (rc != SQLITE_DONE)
+            return fail(rc);
+        cur = sqlite3_last_insert_rowid(m_db);
+    }
+    if (path.empty()) {
+        int32_t alive = aliveLocked(from);
+        if (alive != RegOk)
+            return alive;
+    }
+    id = cur;
+    return RegOk;
+}
+
+int32_t RegStore::findPath(int64_t from, const std::vector<RegName>& path, int64_t& id)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(false);
+    if (r != RegOk)
+        return r;
+    return walk(from, path, id, false);
+}
+
+int32_t RegStore::createPath(int64_t from, const std::vector<RegName>& path, int64_t& id)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(true);
+    if (r != RegOk)
+        return r;
+    // Most creates find the key in place: no write transaction for them.
+    r = walk(from, path, id, false);
+    if (r != RegFileNotFound)
+        return r;
+    r = begin();
+    if (r != RegOk)
+        return r;
+    int32_t alive = aliveLocked(from);
+    if (alive != RegOk) {
+        rollback();
+        return alive;
+    }
+    r = walk(from, path, id, true);
+    if (r != RegOk) {
+        rollback();
+        return r;
+    }
+    return commit();
+}
+
+int32_t RegStore::copyOut(sqlite3_stmt* st, int typeCol, int dataCol, uint32_t* type,
+                          unsigned char* data, uint32_t* size)
+{
+    uint32_t t = static_cast<uint32_t>(sqlite3_column_int64(st, typeCol));
+    const void* blob = sqlite3_column_blob(st, dataCol);
+    uint32_t n = static_cast<uint32_t>(sqlite3_column_bytes(st, dataCol));
+    if (type)
+        *type = t;
+    if (!size)
+        return data ? RegInvalidParameter : RegOk;
+    if (!data) {
+        *size = n;
+        return RegOk;
+    }
+    if (*size < n) {
+        *size = n;
+        return RegMoreData;
+    }
+    if (n)
+        std::memcpy(data, blob, n);
+    *size = n;
+    return RegOk;
+}
+
+int32_t RegStore::getValue(int64_t key, const std::string& fold, uint32_t* type,
+                           unsigned char* data, uint32_t* size)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(false);
+    if (r != RegOk)
+        return r == RegFileNotFound ? RegKeyDeleted : r;
+    int rc;
+    {
+        Reset reset(m_getValue);
+        sqlite3_bind_int64(m_getValue, 1, key);
+        sqlite3_bind_text(m_getValue, 2, fold.data(), static_cast<int>(fold.size()), SQLITE_STATIC);
+        rc = stepRetry(m_getValue);
+        if (rc == SQLITE_ROW)
+            return copyOut(m_getValue, 0, 1, type, data, size);
+    }
+    if (rc != SQLITE_DONE)
+        return fail(rc);
+    r = aliveLocked(key);
+    return r == RegOk ? RegFileNotFound : r;
+}
+
+int32_t RegStore::setValue(int64_t key, const RegName& name, uint32_t type,
+                           const unsigned char* data, uint32_t size)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(true);
+    if (r != RegOk)
+        return r == RegFileNotFound ? RegKeyDeleted : r;
+    int rc;
+    {
+        Reset reset(m_setValue);
+        sqlite3_bind_int64(m_setValue, 1, key);
+        sqlite3_bind_text(m_setValue, 2, name.name.data(), static_cast<int>(name.name.size()),
+                          SQLITE_STATIC);
+        sqlite3_bind_text(m_setValue, 3, name.fold.data(), static_cast<int>(name.fold.size()),
+                          SQLITE_STATIC);
+        sqlite3_bind_int64(m_setValue, 4, type);
+        static const unsigned char none = 0;
+        sqlite3_bind_blob(m_setValue, 5, size ? data : &none, static_cast<int>(size), SQLITE_STATIC);
+        rc = stepRetry(m_setValue);
+    }
+    if (rc != SQLITE_DONE)
+        return fail(rc);
+    return sqlite3_changes(m_db) ? RegOk : RegKeyDeleted;
+}
+
+int32_t RegStore::deleteValue(int64_t key, const std::string& fold)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(true);
+    if (r != RegOk)
+        return r;
+    int rc;
+    {
+        Reset reset(m_deleteValue);
+        sqlite3_bind_int64(m_deleteValue, 1, key);
+        sqlite3_bind_text(m_deleteValue, 2, fold.data(), static_cast<int>(fold.size()),
+                          SQLITE_STATIC);
+        rc = stepRetry(m_deleteValue);
+    }
+    if (rc != SQLITE_DONE)
+        return fail(rc);
+    if (sqlite3_changes(m_db))
+        return RegOk;
+    r = aliveLocked(key);
+    return r == RegOk ? RegFileNotFound : r;
+}
+
+int32_t RegStore::deleteKey(int64_t from, const std::vector<RegName>& path)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(true);
+    if (r != RegOk)
+        return r;
+    r = begin();
+    if (r != RegOk)
+        return r;
+    int64_t id = 0;
+    r = walk(from, path, id, false);
+    if (r == RegKeyDeleted)
+        r = RegFileNotFound;
+    if (r == RegOk && id <= LastRootId)
+        r = RegAccessDenied;
+    if (r == RegOk) {
+        int rc;
+        {
+            Reset reset(m_hasChild);
+            sqlite3_bind_int64(m_hasChild, 1, id);
+            rc = stepRetry(m_hasChild);
+        }
+        if (rc == SQLITE_ROW)
+            r = RegAccessDenied;
+        else if (rc != SQLITE_DONE)
+            return fail(rc);
+    }
+    if (r == RegOk) {
+        int rc;
+        {
+            Reset reset(m_deleteKeyValues);
+            sqlite3_bind_int64(m_deleteKeyValues, 1, id);
+            rc = stepRetry(m_deleteKeyValues);
+        }
+        if (rc == SQLITE_DONE) {
+            Reset reset(m_deleteKey);
+            sqlite3_bind_int64(m_deleteKey, 1, id);
+            rc = stepRetry(m_deleteKey);
+        }
+        if (rc != SQLITE_DONE)
+            return fail(rc);
+        return commit();
+    }
+    rollback();
+    return r;
+}
+
+int32_t RegStore::enumKey(int64_t key, uint32_t index, std::string& name)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(false);
+    if (r != RegOk)
+        return r == RegFileNotFound ? RegNoMoreItems : r;
+    int rc;
+    {
+        Reset reset(m_enumKey);
+        sqlite3_bind_int64(m_enumKey, 1, key);
+        sqlite3_bind_int64(m_enumKey, 2, index);
+        rc = stepRetry(m_enumKey);
+        if (rc == SQLITE_ROW) {
+            const char* p = reinterpret_cast<const char*>(sqlite3_column_text(m_enumKey, 0));
+            name.assign(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(m_enumKey, 0)));
+            return RegOk;
+        }
+    }
+    if (rc != SQLITE_DONE)
+        return fail(rc);
+    r = aliveLocked(key);
+    return r == RegOk ? RegNoMoreItems : r;
+}
+
+int32_t RegStore::enumValue(int64_t key, uint32_t index, std::string& name, uint32_t* type,
+                            unsigned char* data, uint32_t* size)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    int32_t r = usable(false);
+    if (r != RegOk)
+        return r == RegFileNotFound ? RegNoMoreItems : r;
+    int rc;
+    {
+        Reset reset(m_enumValue);
+        sqlite3_bind_int64(m_enumValue, 1, key);
+        sqlite3_bind_int64(m_enumValue, 2, index);
+        rc = stepRetry(m_enumValue);
+        if (rc == SQLITE_ROW) {
+            const char* p = reinterpret_cast<const char*>(sqlite3_column_text(m_enumValue, 0));
+            name.assign(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(m_enumValue, 0)));
+            return copyOut(m_enumValue, 1, 2, type, data, size);
+        }
+    }
+    if (rc != SQLITE_DONE)
+        return fail(rc);
+    r = aliveLocked(key);
+    return r == RegOk ? RegNoMoreItems : r;
+}
+
+// ---- the integrity check ----------------------------------------------------------------------
+
+SRegistryStore::Status regStoreCheck(SWCharString* detail)
+{
+    std::string file = regStoreFile();
+    auto say = [&](const std::string& text) {
+        if (detail)
+            *detail = regUtf8ToUtf16(text.data(), text.size());
+    };
+    if (file.empty()) {
+        say("no folder for the registry store (NEBU_REGISTRYHOME and HOME are unset)");
+        return SRegistryStore::StoreUnreadable;
+    }
+    struct stat st;
+    if (::stat(file.c_str(), &st) != 0) {
+        if (errno == ENOENT) {
+            say(std::string());
+            return SRegistryStore::StoreMissing;
+        }
+        say(file + ": " + std::strerror(errno));
+        return SRegistryStore::StoreUnreadable;
+    }
+    sqlite3* db = 0;
+    int rc = sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, 0);
+    if (rc != SQLITE_OK) {
+        say(file + ": " + (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
+        sqlite3_close_v2(db);
+        return SRegistryStore::StoreUnreadable;
+    }
+    sqlite3_busy_timeout(db, BusyTimeoutMs);
+    std::string first;
+    int rows = 0;
+    sqlite3_stmt* stmt = 0;
+    rc = sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &stmt, 0);
+    while (rc == SQLITE_OK || rc == SQLITE_ROW) {
+        rc = sqlite3_step(stmt);
+        if (rc == SQLITE_ROW) {
+            const char* t = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
+            if (rows++ == 0 && t)
+                first = t;
+        }
+    }
+    sqlite3_finalize(stmt);
+    SRegistryStore::Status status = SRegistryStore::StoreOk;
+    if (rc != SQLITE_DONE) {
+        int primary = rc & 0xFF;
+        say(file + ": " + sqlite3_errmsg(db));
+        status = (primary == SQLITE_CANTOPEN || primary == SQLITE_PERM ||
+                  primary == SQLITE_BUSY || primary == SQLITE_IOERR)
+                     ? SRegistryStore::StoreUnreadable
+                     : SRegistryStore::StoreDamaged;
+    } else if (first != "ok") {
+        say(file + ": " + first);
+        status = SRegistryStore::StoreDamaged;
+    } else {
+        // A sound database must also be ours: our version and tables, or still empty.
+        int version = -1;
+        int tables = 0;
+        if (sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &stmt, 0) == SQLITE_OK &&
+            sqlite3_step(stmt) == SQLITE_ROW)
+            version = sqlite3_column_int(stmt, 0);
+        sqlite3_finalize(stmt);
+        if (sqlite3_prepare_v2(db,
+                               "SELECT count(*) FROM sqlite_master WHERE type='table' AND"
+                               " name IN ('keys','vals')",
+                               -1, &stmt, 0) == SQLITE_OK &&
+            sqlite3_step(stmt) == SQLITE_ROW)
+            tables = sqlite3_column_int(stmt, 0);
+        sqlite3_finalize(stmt);
+        if (!((version == 0 && tables == 0) || (version == SchemaVersion && tables == 2))) {
+            say(file + ": not a registry store of this library");
+            status = SRegistryStore::StoreDamaged;
+        } else {
+            say(std::string());
+        }
+    }
+    sqlite3_close_v2(db);
+    return status;
+}
+
+} // namespace os
+} // namespace Vardo400

@@ -1,0 +1,377 @@
+// SRegFile: decoding, parsing and writing the regedit text format, and export followed
+// by import reproducing a registry tree exactly.
+#include <vardo/regfile.h>
+#include <vardo/registry.h>
+#include <vardo/senv.h>
+#include <vardo/strace.h>
+
+#include "vardo_gtest.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+using namespace Vardo400;
+namespace fs = std::filesystem;
+
+namespace {
+
+SWCharString W(const std::string& utf8)
+{
+    SWCharString s;
+    if (!utf8.empty())
+        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.c_str()));
+    return s;
+}
+
+std::string U(const SWCharString& s)
+{
+    std::string out;
+    for (const unsigned short* p = s.data(); *p; ++p) {
+        unsigned int c = *p;
+        if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else if (c < 0x800) {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        } else {
+            out += static_cast<char>(0xE0 | (c >> 12));
+            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+std::vector<unsigned char> utf16le(const SWCharString& s, bool bom)
+{
+    std::vector<unsigned char> b;
+    if (bom) {
+        b.push_back(0xFF);
+        b.push_back(0xFE);
+    }
+    for (const unsigned short* p = s.data(); *p; ++p) {
+        b.push_back(static_cast<unsigned char>(*p & 0xFF));
+        b.push_back(static_cast<unsigned char>(*p >> 8));
+    }
+    return b;
+}
+
+std::vector<unsigned char> bytesOf(const std::string& s)
+{
+    return std::vector<unsigned char>(s.begin(), s.end());
+}
+
+std::vector<unsigned char> textBytes(const std::string& utf8, bool terminator = true)
+{
+    std::vector<unsigned char> b = utf16le(W(utf8), false);
+    if (terminator) {
+        b.push_back(0);
+        b.push_back(0);
+    }
+    return b;
+}
+
+// Records entries as readable lines.
+struct Recorder : SRegFileSink {
+    std::vector<std::string> lines;
+    bool onKey(const SWCharString& fullPath, bool bDelete) override
+    {
+        lines.push_back((bDelete ? "-key " : "key ") + U(fullPath));
+        return true;
+    }
+    bool onValue(const SWCharString& name, uint32_t type, const unsigned char* data, uint32_t size) override
+    {
+        std::string hex;
+        char buf[4];
+        for (uint32_t i = 0; i < size; ++i) {
+            std::snprintf(buf, sizeof buf, "%02x", data[i]);
+            hex += buf;
+        }
+        lines.push_back("value " + U(name) + " " + std::to_string(type) + " " + hex);
+        return true;
+    }
+    bool onDeleteValue(const SWCharString& name) override
+    {
+        lines.push_back("-value " + U(name));
+        return true;
+    }
+};
+
+TEST(RegFile, DecodesByByteOrderMark)
+{
+    SWCharString t;
+    const std::string text = "Windows Registry Editor Version 5.00\r\n[HKLM\\é]";
+    std::vector<unsigned char> le = utf16le(W(text), true);
+    ASSERT_TRUE(SRegFile::Decode(le.data(), le.size(), t));
+    EXPECT_EQ(W(text), t);
+    std::vector<unsigned char> be = {0xFE, 0xFF};
+    for (size_t i = 2; i < le.size(); i += 2) {
+        be.push_back(le[i + 1]);
+        be.push_back(le[i]);
+    }
+    ASSERT_TRUE(SRegFile::Decode(be.data(), be.size(), t));
+    EXPECT_EQ(W(text), t);
+    std::vector<unsigned char> u8 = bytesOf("\xEF\xBB\xBF" + text);
+    ASSERT_TRUE(SRegFile::Decode(u8.data(), u8.size(), t));
+    EXPECT_EQ(W(text), t);
+    u8 = bytesOf(text);
+    ASSERT_TRUE(SRegFile::Decode(u8.data(), u8.size(), t));
+    EXPECT_EQ(W(text), t);
+
+    for (const std::string& bad : {std::string("\xC3("), std::string("a\0b", 3), std::string("\xED\xA0\x80"),
+                                   std::string("\xFF\xFE" "a"), std::string("\xE2\x82")}) {
+        std::vector<unsigned char> b = bytesOf(bad);
+        EXPECT_FALSE(SRegFile::Decode(b.data(), b.size(), t));
+        EXPECT_TRUE(t.isEmpty());
+    }
+}
+
+TEST(RegFile, ParsesEverySyntax)
+{
+    const std::string text =
+        "\r\n"
+        "Windows Registry Editor Version 5.00\r\n"
+        "\r\n"
+        "; a comment\r\n"
+        "[HKEY_LOCAL_MACHINE\\Software\\Quorvane\\Suite 12.0\\Logging]\r\n"
+        "\"loggingPath\"=\"C:\\\\logs \\\"q\\\"\"\r\n"
+        "@=\"default\"\r\n"
+        "\"Max\"=dword:0010000A\r\n"
+        "\"Bin\"=hex:01,02,\\\r\n"
+        "  ff,0a\r\n"
+        "\"Exp\"=hex(2):25,00,00,00\r\n"
+        "\"Q\"=hex(b):01,00,00,00,00,00,00,00\r\n"
+        "\"Empty\"=hex:\r\n"
+        "\"Weird \\\"name\\\\\"=hex(0):\r\n"
+        "\"Gone\"=-\r\n"
+        "\n"
+        "[-HKCU\\Software\\Old]\r\n"
+        "\"ignored\"=\"x\"\r\n"
+        "[hkcu\\Software\\New]\n"
+        "\"e\"=\"\"";
+    Recorder r;
+    SWCharString error;
+    ASSERT_TRUE(SRegFile::Parse(W(text), r, &error)) << U(error);
+    std::vector<std::string> expected{
+        "key HKEY_LOCAL_MACHINE\\Software\\Quorvane\\Suite 12.0\\Logging",
+        "value loggingPath 1 " + std::string("43003a005c006c006f0067007300200022007100220000") + "00",
+        "value  1 640065006600610075006c0074000000",
+        "value Max 4 0a001000",
+        "value Bin 3 0102ff0a",
+        "value Exp 2 25000000",
+        "value Q 11 0100000000000000",
+        "value Empty 3 ",
+        "value Weird \"name\\ 0 ",
+        "-value Gone",
+        "-key HKCU\\Software\\Old",
+        "key hkcu\\Software\\New",
+        "value e 1 0000",
+    };
+    EXPECT_EQ(expected, r.lines);
+}
+
+TEST(RegFile, SyntaxErrorsNameTheLine)
+{
+    struct Case {
+        std::string text;
+        std::string error;
+    } cases[] = {
+        {"REGEDIT4\r\n[HKLM\\x]", "line 1: not a regedit file"},
+        {"", "not a regedit file"},
+        {"Windows Registry Editor Version 5.00\r\n\"v\"=\"x\"", "line 2: value before the first key"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x", "line 2: key line without closing bracket"},
+        {"Windows Registry Editor Version 5.00\r\n[NOPE\\x]", "line 2: key path does not start"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v=\"x\"", "line 3: expected ="},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=\"x", "line 3: string without closing quote"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=\"x\"y", "line 3: text after the closing quote"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=dword:123456789", "line 3: dword"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=dword:xyz", "line 3: dword"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=hex:1,zz", "line 3: bad hex byte list"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=hex:01,\\\r\n 123", "line 4: bad hex byte list"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=hex:01,\\", "line 3: continuation"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=hex(123456789):", "line 3: type number"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=str:x", "line 3: unknown value data"},
+        {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\nv=1", "line 3: expected a key"},
+    };
+    for (const Case& c : cases) {
+        Recorder r;
+        SWCharString error;
+        EXPECT_FALSE(SRegFile::Parse(W(c.text), r, &error)) << c.text;
+        EXPECT_EQ(0u, U(error).find(c.error)) << U(error) << " for " << c.text;
+    }
+}
+
+TEST(RegFile, FormatsAsRegeditWrites)
+{
+    SWCharString line;
+    std::vector<unsigned char> sz = textBytes("C:\\dir \"x\"");
+    ASSERT_TRUE(SRegFile::FormatValue(W("a\"b\\c"), RegTypeString, sz.data(), static_cast<uint32_t>(sz.size()), line));
+    EXPECT_EQ("\"a\\\"b\\\\c\"=\"C:\\\\dir \\\"x\\\"\"\r\n", U(line));
+    const unsigned char dw[] = {0x0A, 0, 0x10, 0xFF};
+    ASSERT_TRUE(SRegFile::FormatValue(SWCharString(), RegTypeDword, dw, 4, line));
+    EXPECT_EQ("@=dword:ff10000a\r\n", U(line));
+    // Strings that a quoted form cannot carry exactly go as hex(1).
+    std::vector<unsigned char> noTerminator = textBytes("ab", false);
+    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, noTerminator.data(), 4, line));
+    EXPECT_EQ("\"n\"=hex(1):61,00,62,00\r\n", U(line));
+    std::vector<unsigned char> newline = textBytes("a\nb");
+    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, newline.data(), static_cast<uint32_t>(newline.size()), line));
+    EXPECT_EQ(0u, U(line).find("\"n\"=hex(1):61,00,0a,00"));
+    ASSERT_TRUE(SRegFile::FormatValue(W("d"), RegTypeDword, dw, 3, line));
+    EXPECT_EQ("\"d\"=hex(4):0a,00,10\r\n", U(line));
+    EXPECT_FALSE(SRegFile::FormatValue(W("bad\nname"), RegTypeBinary, dw, 4, line));
+    // Long data wraps at 80 columns with ",\" and two blanks.
+    std::vector<unsigned char> big(100, 0xAB);
+    ASSERT_TRUE(SRegFile::FormatValue(W("big"), RegTypeBinary, big.data(), 100, line));
+    std::string s = U(line);
+    size_t start = 0;
+    int lines = 0;
+    while (start < s.size()) {
+        size_t end = s.find("\r\n", start);
+        ASSERT_NE(std::string::npos, end);
+        EXPECT_LE(end - start, 80u);
+        if (lines > 0) {
+            EXPECT_EQ("  ", s.substr(start, 2));
+        }
+        start = end + 2;
+        ++lines;
+    }
+    EXPECT_GT(lines, 3);
+    EXPECT_EQ("[-HKEY_USERS\\x]\r\n", U(SRegFile::FormatKey(W("HKEY_USERS\\x"), true)));
+
+    RegKeyHandle root = 0;
+    SWCharString path;
+    ASSERT_TRUE(SRegFile::SplitKeyPath(W("hkcu\\Software\\x\\"), root, path));
+    EXPECT_EQ(RegCurrentUser, root);
+    EXPECT_EQ(W("Software\\x"), path);
+    ASSERT_TRUE(SRegFile::SplitKeyPath(W("HKEY_LOCAL_MACHINE"), root, path));
+    EXPECT_EQ(RegLocalMachine, root);
+    EXPECT_TRUE(path.isEmpty());
+    EXPECT_FALSE(SRegFile::SplitKeyPath(W("HKEY_LOCAL_MACHINEX\\a"), root, path));
+    EXPECT_EQ(W("HKEY_CLASSES_ROOT"), SRegFile::RootName(RegClassesRoot));
+}
+
+class RegFileStore : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string name = std::to_string(std::chrono::steady_clock::now().time_since_epoch().count() % 1000000007);
+        m_dir = fs::temp_directory_path() / ("vardo-regfile-" + name);
+        fs::create_directories(m_dir);
+        SEnv::set(W("NEBU_REGISTRYHOME"), W(m_dir.string()));
+        m_path = "Software\\VardoTest\\regfile-" + name;
+        m_full = "HKEY_CURRENT_USER\\" + m_path;
+    }
+    void TearDown() override
+    {
+        Registry(W(m_path), SWCharString(), RegCurrentUser).DeleteKeyRecursive();
+        SEnv::unset(W("NEBU_REGISTRYHOME"));
+        std::error_code ec;
+        fs::remove_all(m_dir, ec);
+    }
+    Registry key(const std::string& sub)
+    {
+        return Registry(W(m_path + (sub.empty() ? "" : "\\" + sub)), SWCharString(), RegCurrentUser);
+    }
+    fs::path m_dir;
+    std::string m_path;
+    std::string m_full;
+};
+
+TEST_F(RegFileStore, ExportThenImportReproducesTheTree)
+{
+    auto raw = [&](const std::string& sub, const std::string& name, uint32_t type,
+                   const std::vector<unsigned char>& data) {
+        static const unsigned char none = 0;
+        ASSERT_TRUE(key(sub).WriteValueRaw(W(name), type, data.empty() ? &none : data.data(),
+                                           static_cast<uint32_t>(data.size())));
+    };
+    std::vector<unsigned char> big(5000);
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<unsigned char>(i * 31);
+    ASSERT_TRUE(key("tree").WriteValue(W("Text"), W("plain \"quoted\" C:\\path\\ ünïcødé ✓")));
+    ASSERT_TRUE(key("tree").WriteValue(W(""), W("the default")));
+    ASSERT_TRUE(key("tree").WriteValue(W("Number"), 0xFFFFFFFFul));
+    ASSERT_TRUE(key("tree").WriteValue(W("Empty"), SWCharString()));
+    raw("tree", "Name \"with\" \\ escapes", 1, textBytes("v"));
+    raw("tree", "NoTerminator", 1, textBytes("abc", false));
+    raw("tree", "Lines", 1, textBytes("one\r\ntwo"));
+    raw("tree", "Expand", 2, textBytes("%PATH%;x"));
+    raw("tree", "Multi", 7, {'a', 0, 0, 0, 'b', 0, 0, 0, 0, 0});
+    raw("tree", "Q", 11, {1, 2, 3, 4, 5, 6, 7, 8});
+    raw("tree", "Big", 3, big);
+    raw("tree", "None", 0, {});
+    raw("tree", "Odd", 0x1234, {1});
+    raw("tree", "ShortDword", 4, {1, 2});
+    ASSERT_TRUE(key("tree\\Sub Key [1]").WriteValue(W("a"), 1ul));
+    ASSERT_TRUE(key("tree\\Ärger\\Deep").WriteValue(W("b"), W("deep")));
+    ASSERT_TRUE(key("tree\\empty").KeyExists() || Registry(W(m_path + "\\tree\\empty"), SWCharString(),
+                                                           RegCurrentUser, true).KeyExists());
+
+    SWCharString first, error;
+    ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), first, &error)) << U(error);
+    EXPECT_EQ(0u, U(first).find("Windows Registry Editor Version 5.00\r\n\r\n[" + m_full + "\\tree]\r\n"));
+
+    for (int form = 0; form < 3; ++form) {
+        SCOPED_TRACE(form);
+        ASSERT_TRUE(key("tree").DeleteKeyRecursive());
+        std::vector<unsigned char> file;
+        if (form == 0)
+            file = utf16le(first, true);
+        else
+            file = bytesOf((form == 1 ? "\xEF\xBB\xBF" : "") + U(first));
+        ASSERT_TRUE(SRegFile::Import(file.data(), file.size(), &error)) << U(error);
+        SWCharString again;
+        ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), again, &error)) << U(error);
+        EXPECT_EQ(U(first), U(again));
+    }
+    unsigned long type = 0;
+    std::vector<unsigned char> buf(8000);
+    uint32_t size = static_cast<uint32_t>(buf.size());
+    ASSERT_TRUE(key("tree").ReadValueRaw(W("Big"), type, buf.data(), size));
+    buf.resize(size);
+    EXPECT_EQ(big, buf);
+    EXPECT_EQ(W("deep"), key("tree\\ärger\\deep").ReadValue(W("b")));
+    EXPECT_TRUE(key("tree\\empty").KeyExists());
+}
+
+TEST_F(RegFileStore, ImportDeletesAndChangesNothingOnError)
+{
+    ASSERT_TRUE(key("imp\\old\\sub").WriteValue(W("x"), W("1")));
+    ASSERT_TRUE(key("imp").WriteValue(W("keep"), W("k")));
+    ASSERT_TRUE(key("imp").WriteValue(W("drop"), W("d")));
+    std::string text = "Windows Registry Editor Version 5.00\r\n\r\n"
+                       "[-" + m_full + "\\imp\\old]\r\n\r\n"
+                       "[" + m_full + "\\imp]\r\n"
+                       "\"drop\"=-\r\n"
+                       "\"new\"=dword:00000005\r\n"
+                       "\"missing\"=-\r\n";
+    std::vector<unsigned char> bytes = bytesOf(text);
+    SWCharString error;
+    ASSERT_TRUE(SRegFile::Import(bytes.data(), bytes.size(), &error)) << U(error);
+    EXPECT_FALSE(key("imp\\old").KeyExists());
+    EXPECT_EQ(W("k"), key("imp").ReadValue(W("keep")));
+    EXPECT_TRUE(key("imp").ReadValue(W("drop")).isEmpty());
+    EXPECT_EQ(W("5"), key("imp").ReadValue(W("new")));
+
+    std::string broken = "Windows Registry Editor Version 5.00\r\n"
+                         "[" + m_full + "\\imp]\r\n"
+                         "\"keep\"=-\r\n"
+                         "\"bad\"=hex:zz\r\n";
+    bytes = bytesOf(broken);
+    EXPECT_FALSE(SRegFile::Import(bytes.data(), bytes.size(), &error));
+    EXPECT_EQ("line 4: bad hex byte list", U(error));
+    EXPECT_EQ(W("k"), key("imp").ReadValue(W("keep")));
+
+    bytes = bytesOf("Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER]\r\n");
+    EXPECT_FALSE(SRegFile::Import(bytes.data(), bytes.size(), &error));
+    SWCharString text2;
+    EXPECT_FALSE(SRegFile::Export(W(m_full + "\\no\\such"), text2, &error));
+    EXPECT_EQ(0u, U(error).find("key not found"));
+}
+
+} // namespace
