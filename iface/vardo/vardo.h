@@ -26,5 +26,7 @@
 #include "sdatetime.h"
 #include "sfilesearch.h"
 #include "sfilesys.h"
+#include "registry.h"
+#include "regfile.h"
 
 #endif
