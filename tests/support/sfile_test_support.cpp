@@ -1,0 +1,55 @@
+#include "sfile_test_support.h"
+
+#if defined(_WIN32)
+#  include <windows.h>
+#  include <io.h>
+#  include <sys/stat.h>
+#else
+#  include <grp.h>
+#  include <sys/stat.h>
+#  include <sys/types.h>
+#  include <unistd.h>
+#endif
+
+namespace vardo_test {
+
+#if defined(_WIN32)
+
+bool onWindows() { return true; }
+bool runningAsRoot() { return false; }
+bool dropPrivileges() { return false; }
+bool makeFifo(const std::string&) { return false; }
+
+bool setFileMode(const std::string& path, int mode)
+{
+    int n = MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, nullptr, 0);
+    std::wstring w(n, L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, &w[0], n);
+    return _wchmod(w.c_str(), (mode & 0200) ? (_S_IREAD | _S_IWRITE) : _S_IREAD) == 0;
+}
+
+#else
+
+bool onWindows() { return false; }
+bool runningAsRoot() { return geteuid() == 0; }
+
+bool dropPrivileges()
+{
+    if (geteuid() == 0) {
+        gid_t nobody = 65534;
+        if (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(65534) != 0)
+            return false;
+    }
+    return geteuid() != 0;
+}
+
+bool makeFifo(const std::string& path) { return mkfifo(path.c_str(), 0600) == 0; }
+
+bool setFileMode(const std::string& path, int mode)
+{
+    return chmod(path.c_str(), static_cast<mode_t>(mode)) == 0;
+}
+
+#endif
+
+} // namespace vardo_test
