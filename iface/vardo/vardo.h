@@ -28,5 +28,9 @@
 #include "sfilesys.h"
 #include "registry.h"
 #include "regfile.h"
+#include "sfile.h"
+#include "sfilelock.h"
+#include "cparamlineargs.h"
+#include "configfilereader.h"
 
 #endif

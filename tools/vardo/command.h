@@ -2,6 +2,8 @@
 #ifndef VARDO_TOOL_COMMAND_H
 #define VARDO_TOOL_COMMAND_H
 
+#include <vardo/sstring.h>
+
 #include <string>
 #include <vector>
 
@@ -19,6 +21,11 @@ struct Command {
 
 // Adds a command; called from static initialisers of the command files.
 bool registerCommand(const Command& c);
+
+// A command-line word (UTF-8) as text; words that are not UTF-8 are taken byte by byte.
+Vardo400::SWCharString argToText(const std::string& arg);
+// Text as UTF-8 for the console.
+std::string utf8(const Vardo400::SWCharString& s);
 
 } // namespace vardo_tool
 
