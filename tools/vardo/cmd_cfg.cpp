@@ -16,33 +16,13 @@ using namespace Vardo400;
 
 namespace {
 
+using vardo_tool::argToText;
+using vardo_tool::utf8;
+
 // An argument as text: UTF-8 when it is valid UTF-8, else the process code page.
-SWCharString argToText(const std::string& arg)
-{
-    SWCharString r;
-    if (r.fromUTF8(reinterpret_cast<const unsigned char*>(arg.c_str())))
-        return r;
-    if (r.fromMBCS(arg.c_str()))
-        return r;
-    r.empty();
-    for (unsigned char c : arg)
-        r += SWCharString::Char(static_cast<unsigned short>(c < 0x80 ? c : '?'));
-    return r;
-}
-
-std::string textToUtf8(const SWCharString& text)
-{
-    unsigned int room = text.getNBytesForUTF8();
-    std::vector<unsigned char> out(static_cast<size_t>(room) + 1);
-    unsigned int n = text.toUTF8(out.data(), room + 1);
-    if (n == 0xFFFFFFFFu)
-        return std::string();
-    return std::string(reinterpret_cast<const char*>(out.data()), n);
-}
-
 void printLine(const SWCharString& text)
 {
-    std::string s = textToUtf8(text);
+    std::string s = utf8(text);
     s += '\n';
     std::fwrite(s.data(), 1, s.size(), stdout);
 }

@@ -11,21 +11,8 @@ using namespace Vardo400;
 
 namespace {
 
-SWCharString text(const std::string& arg)
-{
-    SWCharString s;
-    if (!s.fromUTF8(reinterpret_cast<const unsigned char*>(arg.c_str())))
-        s.fromMBCS(arg.c_str());
-    return s;
-}
-
-std::string utf8(const SWCharString& s)
-{
-    std::string out(s.getNBytesForUTF8() + 1, '\0');
-    const unsigned int n = s.toUTF8(reinterpret_cast<unsigned char*>(&out[0]), (unsigned int)out.size());
-    out.resize(n == 0xFFFFFFFFu ? 0 : n);
-    return out;
-}
+using vardo_tool::argToText;
+using vardo_tool::utf8;
 
 int usage()
 {
@@ -51,9 +38,9 @@ int unique(std::vector<std::string> args)
     }
     if (args.empty() || args.size() > 3 || (directory && args.size() > 2))
         return usage();
-    const SWCharString dir = text(args[0]);
-    const SWCharString prefix = args.size() > 1 ? text(args[1]) : SWCharString();
-    const SWCharString ext = args.size() > 2 ? text(args[2]) : SWCharString();
+    const SWCharString dir = argToText(args[0]);
+    const SWCharString prefix = args.size() > 1 ? argToText(args[1]) : SWCharString();
+    const SWCharString ext = args.size() > 2 ? argToText(args[2]) : SWCharString();
     const SWCharString name = directory ? SFileSys::getUniqueDirname(dir, prefix, create)
                                         : SFileSys::getUniqueFilename(dir, prefix, ext, create);
     std::printf("%s\n", utf8(name).c_str());
@@ -65,7 +52,7 @@ int df(const std::vector<std::string>& args)
     if (args.size() != 1)
         return usage();
     int64_t available = 0, total = 0, freeBytes = 0;
-    SFileSys::diskUsageInfo(text(args[0]), available, total, freeBytes);
+    SFileSys::diskUsageInfo(argToText(args[0]), available, total, freeBytes);
     std::printf("available %lld\ntotal %lld\nfree %lld\n", (long long)available, (long long)total,
                 (long long)freeBytes);
     return 0;
@@ -75,7 +62,7 @@ int du(const std::vector<std::string>& args)
 {
     if (args.size() != 1)
         return usage();
-    const SWCharString path = text(args[0]);
+    const SWCharString path = argToText(args[0]);
     const int64_t bytes = SFileSys::rsizeEx(path);
     if (SFileSys::isDir(path))
         std::printf("bytes %lld\nfiles %u\nentries %u\n", (long long)bytes,
@@ -94,7 +81,7 @@ int copy(std::vector<std::string> args)
     }
     if (args.size() != 2)
         return usage();
-    SFileSys::copyFile(text(args[0]), text(args[1]), overwrite);
+    SFileSys::copyFile(argToText(args[0]), argToText(args[1]), overwrite);
     std::printf("copied %s to %s\n", args[0].c_str(), args[1].c_str());
     return 0;
 }

@@ -22,21 +22,11 @@ using namespace Vardo400;
 
 namespace {
 
+using vardo_tool::argToText;
+using vardo_tool::utf8;
+
 const char kUsage[] =
     "usage: vardo lock FILE [--hold SECONDS] [--attempts N] [--stale N] [--keep | --release]\n";
-
-SWCharString argToText(const std::string& arg)
-{
-    SWCharString r;
-    if (r.fromUTF8(reinterpret_cast<const unsigned char*>(arg.c_str())))
-        return r;
-    if (r.fromMBCS(arg.c_str()))
-        return r;
-    r.empty();
-    for (unsigned char c : arg)
-        r += SWCharString::Char(static_cast<unsigned short>(c < 0x80 ? c : '?'));
-    return r;
-}
 
 const char* meaning(SFileLock::ErrorCodes code)
 {

@@ -27,6 +27,9 @@ using namespace Vardo400;
 
 namespace {
 
+using vardo_tool::argToText;
+using vardo_tool::utf8;
+
 const char* const Usage =
     "usage: vardo reg query KEY [VALUE]\n"
     "       vardo reg set KEY VALUE TYPE DATA\n"
@@ -37,48 +40,6 @@ const char* const Usage =
     "TYPE: REG_SZ REG_EXPAND_SZ REG_DWORD REG_QWORD REG_BINARY REG_MULTI_SZ REG_NONE\n"
     "DATA: text; a number (decimal or 0x hex); hex bytes for REG_BINARY/REG_NONE;\n"
     "      strings separated by \\0 for REG_MULTI_SZ. VALUE @ is the default value.\n";
-
-SWCharString argToText(const std::string& arg)
-{
-    SWCharString r;
-    if (arg.empty() || r.fromUTF8(reinterpret_cast<const unsigned char*>(arg.c_str())))
-        return r;
-    r.empty();
-    for (unsigned char c : arg)
-        r += SWCharString::Char(static_cast<unsigned short>(c));
-    return r;
-}
-
-std::string utf8(const SWCharString& text)
-{
-    std::string out;
-    const unsigned short* p = text.data();
-    size_t n = text.getLength();
-    for (size_t i = 0; i < n; ++i) {
-        unsigned int c = p[i];
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < n && p[i + 1] >= 0xDC00 && p[i + 1] <= 0xDFFF) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (p[++i] - 0xDC00);
-        } else if (c >= 0xD800 && c <= 0xDFFF) {
-            c = 0xFFFD;
-        }
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
 
 void out(const std::string& s) { std::fwrite(s.data(), 1, s.size(), stdout); }
 

@@ -22,7 +22,7 @@ struct Command {
 // Adds a command; called from static initialisers of the command files.
 bool registerCommand(const Command& c);
 
-// A command-line word (UTF-8) as text; words that are not UTF-8 are taken byte by byte.
+// A command-line word as text: UTF-8, else the process code page, else 7-bit with "?".
 Vardo400::SWCharString argToText(const std::string& arg);
 // Text as UTF-8 for the console.
 std::string utf8(const Vardo400::SWCharString& s);
