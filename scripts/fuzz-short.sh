@@ -10,6 +10,7 @@ for f in "$dir"/fuzz/fuzz_*; do
   work=$(mktemp -d)
   [ -d "$corpus" ] && cp -r "$corpus"/. "$work"/ 2>/dev/null || true
   echo "fuzz $name: ${secs}s"
-  "$f" -max_total_time="$secs" -print_final_stats=0 "$work" 2>&1 | tail -n 2
+  "$f" -max_total_time="$secs" -entropic=0 -print_final_stats=0 "$work" > "$work.log" 2>&1 || { tail -n 40 "$work.log"; exit 1; }
+  tail -n 1 "$work.log"; rm -f "$work.log"
   rm -rf "$work"
 done

@@ -140,7 +140,13 @@ Bytes randomUtf8(std::mt19937& rng, bool validOnly)
                 switch (std::uniform_int_distribution<int>(0, kinds)(rng)) {
                 case 0: b.push_back(pick(1, 0x7F)); break;
                 case 1: b.push_back(pick(0xC2, 0xDF)); b.push_back(pick(0x80, 0xBF)); break;
-                case 2: { const unsigned char l = pick(0xE0, 0xEF); b.push_back(l); b.push_back(l == 0xE0 ? pick(0xA0, 0xBF) : pick(0x80, 0xBF)); b.push_back(pick(0x80, 0xBF)); break; }
+                case 2: { // ED A0-BF (encoded surrogates) only where the text need not round-trip
+                    const unsigned char l = pick(0xE0, 0xEF);
+                    b.push_back(l);
+                    b.push_back(l == 0xE0 ? pick(0xA0, 0xBF) : l == 0xED && validOnly ? pick(0x80, 0x9F) : pick(0x80, 0xBF));
+                    b.push_back(pick(0x80, 0xBF));
+                    break;
+                }
                 default: b.push_back(pick(0xE1, 0xEC)); b.push_back(pick(0x80, 0xBF)); b.push_back(pick(0x80, 0xBF)); break;
                 }
             }
