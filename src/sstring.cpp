@@ -551,11 +551,17 @@ SString_t<CharT, Fixed>& SString_t<CharT, Fixed>::concatFromAscii(const char* s,
     unsigned int n = 0;
     while (n < count && s[n])
         ++n;
-    std::string keep(s, n);
+    // Only a source inside our own buffer needs copying aside before the buffer moves.
+    const char* own = reinterpret_cast<const char*>(data());
+    std::string keep;
+    if (s >= own && s <= own + m_pBuffer->m_length * sizeof(CharT) && !IsEmptyBuffer(m_pBuffer)) {
+        keep.assign(s, n);
+        s = keep.c_str();
+    }
     CharT* dst = concatAllocHelper(n);
     if (dst)
         for (unsigned int i = 0; i < n; ++i)
-            dst[i] = static_cast<CharT>(static_cast<unsigned char>(keep[i]));
+            dst[i] = static_cast<CharT>(static_cast<unsigned char>(s[i]));
     return *this;
 }
 

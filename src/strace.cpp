@@ -3,6 +3,7 @@
 #include "vardo/strace.h"
 #include "vardo/sresstring.h"
 #include "vardo/sdatetime.h"
+#include "vardo/neutralstr.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -174,7 +175,7 @@ STraceParameter::STraceParameter(unsigned int v) : m_text(formatted("%u", v)), m
 STraceParameter::STraceParameter(long v) : m_text(formatted("%ld", v)), m_bEmpty(false) {}
 STraceParameter::STraceParameter(unsigned long v) : m_text(formatted("%lu", v)), m_bEmpty(false) {}
 STraceParameter::STraceParameter(long long v) : m_text(formatted("%lld", v)), m_bEmpty(false) {}
-STraceParameter::STraceParameter(double v) : m_text(formatted("%.17g", v)), m_bEmpty(false) {}
+STraceParameter::STraceParameter(double v) : m_text(NeutralString::FromNumber(v)), m_bEmpty(false) {}
 STraceParameter::STraceParameter(bool v) : m_text(ascii(v ? "true" : "false")), m_bEmpty(false) {}
 STraceParameter::STraceParameter(const void* p) : m_text(formatted("%p", p)), m_bEmpty(false) {}
 STraceParameter::STraceParameter(const SDateTime& t)

@@ -153,6 +153,9 @@ TEST(SString, AppendsIncludingFromItself)
     s.concatFromAscii("12\x7f", 10);
     EXPECT_EQ(s, W(u"ababbaq12\x7f"));
     EXPECT_EQ(W(u"ab") + W(u"cd"), W(u"abcd"));
+    SAsciiString a8("xy");
+    a8.concatFromAscii(a8.data(), 2);
+    EXPECT_EQ(a8, "xyxy");
 
     SWCharString it = W(u"0123456789");
     SWCharString other;
