@@ -6,7 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 jobs=$(nproc)
-step() { echo; echo "==== $*"; }
+start=$SECONDS
+step() { echo; echo "==== $* ($((SECONDS - start)) s so far)"; }
 
 step release
 cmake --preset release >/dev/null
@@ -43,4 +44,4 @@ fi
 step "install and build a program against the installed library"
 bash scripts/check-install.sh build/release
 
-echo; echo "all configurations passed"
+echo; echo "all configurations passed in $((SECONDS - start)) s"

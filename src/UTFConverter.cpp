@@ -2,10 +2,12 @@
 // CUTFConverter on top of them.
 //
 // Each step states the classic reference rules once, in its general per-character path.
-// The fast paths in front of it (runs of ASCII several units per step, and the common
-// two- and three-byte forms) only ever take characters that the general path would
-// convert successfully in the same way; anything else, including every error, goes
-// through the general path, so results and stopping positions are identical.
+// The fast paths in front of it (blocks of eight units or sixteen bytes converted with
+// vector instructions, runs of ASCII, the common two- and three-byte forms) only ever
+// take characters that the general path would convert successfully in the same way;
+// anything else, including every error, goes through the general path, so results and
+// stopping positions are identical. The fast paths run inside a window where the target
+// is known to have room, so they need no test per character.
 #include "vardo/UTFConverter.h"
 #include "vardo/strace.h"
 #include "utfcore.h"
@@ -259,9 +261,9 @@ inline size_t utf16BlockToUtf8(__m128i v, UTF8* t)
 // mode.
 //
 // Text of a non-Latin script alternates words and single spaces at random; branching on
-// "is this unit ASCII" would be mispredicted at every word. So the only test on the way
-// is for two ASCII units in a row (a run worth the vector step), and units below 800 hex
-// are written without a branch.
+// "is this unit ASCII" would be mispredicted at every word. So blocks of eight units go
+// through the branch-free block step, and the per-unit path below (for the rest) only
+// tests for two ASCII units in a row and writes units below 800 hex without a branch.
 VARDO_HOT_LOOP const UTF16* utf16ToUtf8Window(const UTF16* s, const UTF16* end, UTF8*& tRef, ConversionFlags flags)
 {
     UTF8* t = tRef;
@@ -458,6 +460,17 @@ inline size_t utf8BlockToUtf16(const UTF8* s, UTF16*& t, bool strict)
         _mm_store_si128(reinterpret_cast<__m128i*>(unit + 8 * half), u);
     }
     const unsigned starts = ascii | lead2 | lead3;
+    if (starts == 0x9249u) {
+        // Six three-byte characters in a row (CJK text): fixed places, nothing to pack.
+        t[0] = unit[0];
+        t[1] = unit[3];
+        t[2] = unit[6];
+        t[3] = unit[9];
+        t[4] = unit[12];
+        t[5] = unit[15];
+        t += 6;
+        return taken;
+    }
     UTF16* p = t;
     for (unsigned i = 0; i < 16; ++i) {
         *p = unit[i];
@@ -483,17 +496,24 @@ VARDO_HOT_LOOP const UTF8* utf8ToUtf16Window(const UTF8* s, const UTF8* end, UTF
 #if defined(__SSE2__)
         // Sixteen bytes at a time where the window leaves room for them.
         if (end - s >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
-            if (!_mm_movemask_epi8(v)) {
+            const unsigned high = static_cast<unsigned>(
+                _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s))));
+            if (!(high & 3)) {
+                // Two ASCII bytes: a run up to the next other byte.
                 const size_t n = asciiRunWiden(s, t, static_cast<size_t>(end - s));
                 s += n;
                 t += n;
                 continue;
             }
-            const size_t n = utf8BlockToUtf16(s, t, flags == strictConversion);
-            if (n) {
-                s += n;
-                continue;
+            // A lone accented letter (two high bytes) in ASCII text is cheaper one by one.
+            unsigned more = high & (high - 1);
+            more &= more - 1;
+            if (more) {
+                const size_t n = utf8BlockToUtf16(s, t, flags == strictConversion);
+                if (n) {
+                    s += n;
+                    continue;
+                }
             }
         }
 #endif

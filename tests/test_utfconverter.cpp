@@ -140,10 +140,10 @@ Bytes randomUtf8(std::mt19937& rng, bool validOnly)
                 switch (std::uniform_int_distribution<int>(0, kinds)(rng)) {
                 case 0: b.push_back(pick(1, 0x7F)); break;
                 case 1: b.push_back(pick(0xC2, 0xDF)); b.push_back(pick(0x80, 0xBF)); break;
-                case 2: { // ED A0-BF (encoded surrogates) only where the text need not round-trip
+                case 2: { // overlong E0 80-9F and encoded surrogates ED A0-BF unless valid text is asked for
                     const unsigned char l = pick(0xE0, 0xEF);
                     b.push_back(l);
-                    b.push_back(l == 0xE0 ? pick(0xA0, 0xBF) : l == 0xED && validOnly ? pick(0x80, 0x9F) : pick(0x80, 0xBF));
+                    b.push_back(!validOnly ? pick(0x80, 0xBF) : l == 0xE0 ? pick(0xA0, 0xBF) : l == 0xED ? pick(0x80, 0x9F) : pick(0x80, 0xBF));
                     b.push_back(pick(0x80, 0xBF));
                     break;
                 }
