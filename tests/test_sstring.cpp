@@ -6,6 +6,8 @@
 #include "locale_support.h"
 #include "vardo_gtest.h"
 
+#include "assert_capture.h"
+
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -21,13 +23,8 @@ namespace {
 SWCharString W(const char16_t* s) { return SWCharString(reinterpret_cast<const unsigned short*>(s)); }
 const unsigned short* U(const char16_t* s) { return reinterpret_cast<const unsigned short*>(s); }
 
-std::vector<std::string> g_asserts;
-void collect(const char*, int, const char* expression, const SWCharString&) { g_asserts.push_back(expression); }
-
-struct AssertCapture {
-    AssertCapture() { g_asserts.clear(); SetAssertObserver(collect); }
-    ~AssertCapture() { SetAssertObserver(nullptr); }
-};
+using vardo_test::AssertCapture;
+std::vector<std::string>& g_asserts = AssertCapture::seen();
 
 } // namespace
 

@@ -4,6 +4,8 @@
 #include "vardo/rwlock.h"
 #include "vardo/strace.h"
 
+#include "assert_capture.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -21,18 +23,8 @@ namespace {
 
 // ---- helpers -------------------------------------------------------------------------------
 
-std::vector<std::string> g_asserts;
-
-void collectAssert(const char*, int, const char* expression, const SWCharString&)
-{
-    g_asserts.push_back(expression ? expression : "");
-}
-
-// Installs the assertion observer for one single-threaded test.
-struct AssertCapture {
-    AssertCapture() { g_asserts.clear(); SetAssertObserver(collectAssert); }
-    ~AssertCapture() { SetAssertObserver(nullptr); }
-};
+using vardo_test::AssertCapture;
+std::vector<std::string>& g_asserts = AssertCapture::seen();
 
 std::string narrow(const SWCharString& s)
 {

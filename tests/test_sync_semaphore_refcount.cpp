@@ -3,6 +3,8 @@
 #include "vardo/ssemaphore.h"
 #include "vardo/strace.h"
 
+#include "assert_capture.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -14,17 +16,8 @@ using namespace Vardo400;
 
 namespace {
 
-std::vector<std::string> g_asserts;
-
-void collectAssert(const char*, int, const char* expression, const SWCharString&)
-{
-    g_asserts.push_back(expression ? expression : "");
-}
-
-struct AssertCapture {
-    AssertCapture() { g_asserts.clear(); SetAssertObserver(collectAssert); }
-    ~AssertCapture() { SetAssertObserver(nullptr); }
-};
+using vardo_test::AssertCapture;
+std::vector<std::string>& g_asserts = AssertCapture::seen();
 
 std::string narrow(const SWCharString& s)
 {
