@@ -143,7 +143,8 @@ public:
     // A failed allocation raises the assertion "targetStart" and returns false.
     static bool UTF8ToUTF16(const unsigned char* source, STovoString& target);
     // 16-bit text to UTF-8 (lenient). target gets a new buffer whose getLength() counts
-    // the terminator. False (target null) only when memory runs out.
+    // the terminator. False (target null, with an assertion) only when the buffer cannot
+    // be allocated.
     static bool UTF16ToUTF8(const STovoString& source, CSmartRefCountPtr<UTFBuffer_t<unsigned char> >& target);
     // Same, into a simple buffer: it is resized to the bytes written plus the terminator,
     // which is stored and counted in its size.
@@ -186,8 +187,12 @@ private:
 };
 
 #if !defined(VARDO_BUILDING_LIBRARY)
+// Windows callers instantiate the inline members themselves (an imported instantiation
+// brings none) and link the rest from the DLL.
+#if !defined(_WIN32) || defined(VARDO_BUILDING_LIBRARY)
 extern template class VARDO_INSTANTIATION_API UTFBuffer_t<unsigned char>;
 extern template class VARDO_INSTANTIATION_API UTFBuffer_t<unsigned long>;
+#endif
 #endif
 
 } // namespace Vardo400

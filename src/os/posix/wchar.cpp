@@ -23,7 +23,7 @@ size_t wideToUcs2(unsigned short* dst, size_t len, const wchar_t* src, size_t n,
             out += 1;
         } else {
             if (dst) {
-                if (len - out < 2 || out >= len)
+                if (len - out < 2)
                     break;
                 c -= 0x10000;
                 dst[out] = static_cast<unsigned short>(0xD800 + (c >> 10));
