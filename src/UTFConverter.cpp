@@ -832,11 +832,40 @@ size_t utf16ToUtf8(const unsigned short* s, size_t n, unsigned char* dst, size_t
     return static_cast<size_t>(out - dst);
 }
 
-size_t utf8ToUtf16Whole(const unsigned char* s, size_t n, unsigned short* dst)
+size_t utf8UnitCount(const unsigned char* s, size_t n)
+{
+    size_t count = 0;
+    size_t i = 0;
+#if defined(__SSE2__)
+    // Per byte 1, minus 1 for a continuation byte, plus 1 for F0-F4, summed in byte lanes
+    // for at most 127 blocks (so no lane passes 254), then folded.
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i one = _mm_set1_epi8(1);
+    while (n - i >= 16) {
+        size_t blocks = (n - i) / 16;
+        if (blocks > 127)
+            blocks = 127;
+        __m128i acc = zero;
+        for (size_t k = 0; k < blocks; ++k, i += 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+            const __m128i cont = _mm_cmplt_epi8(v, _mm_set1_epi8(-64));
+            const __m128i four = _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(-17)), _mm_cmplt_epi8(v, _mm_set1_epi8(-11)));
+            acc = _mm_add_epi8(acc, _mm_sub_epi8(_mm_add_epi8(one, cont), four));
+        }
+        const __m128i sums = _mm_sad_epu8(acc, zero);
+        count += static_cast<size_t>(_mm_cvtsi128_si32(sums)) + static_cast<size_t>(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+    }
+#endif
+    for (; i < n; ++i)
+        count += (s[i] < 0x80 || s[i] > 0xBF) + (s[i] >= 0xF0 && s[i] <= 0xF4);
+    return count;
+}
+
+size_t utf8ToUtf16Whole(const unsigned char* s, size_t n, unsigned short* dst, size_t room)
 {
     const UTF8* src = s;
     UTF16* out = dst;
-    if (ConvertUTF8toUTF16(&src, s + n, &out, dst + n, lenientConversion) != conversionOK)
+    if (ConvertUTF8toUTF16(&src, s + n, &out, dst + room, lenientConversion) != conversionOK)
         return SIZE_MAX;
     return static_cast<size_t>(out - dst);
 }
@@ -1040,7 +1069,7 @@ bool CUTFConverter::UTF8ToUTF16(const unsigned char* source, STovoString& target
         VARDO_ASSERT_TEXT("targetStart");
         return false;
     }
-    const size_t units = utf::utf8ToUtf16Whole(source, bytes, targetStart);
+    const size_t units = utf::utf8ToUtf16Whole(source, bytes, targetStart, bytes);
     target.empty();
     if (units != SIZE_MAX && units)
         target.concat(targetStart, static_cast<unsigned int>(units));

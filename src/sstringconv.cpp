@@ -198,8 +198,17 @@ template <class CharT, int Fixed>
 bool SString_t<CharT, Fixed>::fromUTF8(const unsigned char* s, unsigned int bytes)
 {
     if constexpr (sizeof(CharT) == 2) {
+        // Room for n units; a long text gets exactly the units that well-formed input
+        // gives (a third of the bytes for CJK text), found by a quick count, so that
+        // large conversions neither waste memory nor fall to the allocator's slow path.
+        // Malformed input fails either way.
         const size_t n = s ? boundedLength(s, bytes) : 0;
-        return fillString(*this, n, [&](CharT* d) { return utf::utf8ToUtf16Whole(s, n, d); });
+        const size_t room = n > 4096 ? utf::utf8UnitCount(s, n) : n;
+        if (n && !room) {
+            empty(); // nothing but continuation bytes
+            return false;
+        }
+        return fillString(*this, room, [&](CharT* d) { return utf::utf8ToUtf16Whole(s, n, d, room); });
     } else {
         WideStr w;
         if (!w.fromUTF8(s, bytes)) {

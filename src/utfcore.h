@@ -21,9 +21,15 @@ uint64_t utf8Length(const unsigned short* s, size_t n);
 // Returns the bytes written, or SIZE_MAX when they do not fit.
 size_t utf16ToUtf8(const unsigned short* s, size_t n, unsigned char* dst, size_t room);
 
-// Leniently converts n UTF-8 bytes into UTF-16 at dst, which must hold n units.
-// Returns the units written, or SIZE_MAX when the input is malformed or truncated.
-size_t utf8ToUtf16Whole(const unsigned char* s, size_t n, unsigned short* dst);
+// The UTF-16 units that n bytes of well-formed UTF-8 convert to: one for every byte that
+// is not a continuation byte, one more for every four-byte lead. For malformed input the
+// figure is only an estimate, but never below the units of its well-formed prefix.
+size_t utf8UnitCount(const unsigned char* s, size_t n);
+
+// Leniently converts n UTF-8 bytes into UTF-16 at dst, which holds room units (n, or
+// utf8UnitCount of the bytes). Returns the units written, or SIZE_MAX when the input is
+// malformed or truncated.
+size_t utf8ToUtf16Whole(const unsigned char* s, size_t n, unsigned short* dst, size_t room);
 
 // Decodes n UTF-8 bytes leniently into dst (room for n units), replacing every byte
 // that does not start a legal sequence by "?" and going on with the next byte.

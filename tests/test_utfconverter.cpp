@@ -218,6 +218,7 @@ TEST(UTFConverter, DecodesAndRejectsUtf8AsDocumented)
         {0x80},                         // stray continuation
         {0xC3, 0x28},                   // bad trailing byte
         {0xF4, 0x00, 0x80, 0x80},       // a trailing byte below 80
+        {0x80, 0xBF},                   // continuation bytes only
     };
     for (const Bytes& b : bad) {
         // Valid text around the defect: nothing of it may survive.
@@ -228,6 +229,19 @@ TEST(UTFConverter, DecodesAndRejectsUtf8AsDocumented)
         EXPECT_TRUE(s.isEmpty());
         EXPECT_EQ(s.getLength(), 0u);
     }
+
+    // Continuation bytes alone (no text before them) fail too.
+    EXPECT_FALSE(fromUtf8(s, {0x80, 0x80}));
+    EXPECT_TRUE(s.isEmpty());
+    // Three-byte text gets a buffer sized to its units, not to its bytes.
+    Bytes cjk;
+    for (int i = 0; i < 3000; ++i) { cjk.push_back(0xE4); cjk.push_back(0xB8); cjk.push_back(0xAD); }
+    cjk.push_back(0xF0); cjk.push_back(0x9F); cjk.push_back(0x98); cjk.push_back(0x80);
+    ASSERT_TRUE(fromUtf8(s, cjk));
+    EXPECT_EQ(s.getLength(), 3002u);
+    EXPECT_LT(s.getCapacity(), 3100u);
+    cjk.back() = 'x'; // the count is an estimate only for malformed input, which fails
+    EXPECT_FALSE(fromUtf8(s, cjk));
 
     // A 0 byte inside the counted form ends the text.
     ASSERT_TRUE(fromUtf8(s, {'a', 'b', 0, 'c'}));
