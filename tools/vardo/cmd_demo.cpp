@@ -95,12 +95,149 @@ void files()
                 utf8(SFileSys::getUniqueFilename(tmp, T("demo_"), T(".txt"), false)).c_str());
 }
 
+std::string hex(const char* bytes, unsigned n)
+{
+    std::string out;
+    char b[4];
+    for (unsigned i = 0; i < n; ++i) {
+        std::snprintf(b, sizeof b, "%s%02X", i ? " " : "", static_cast<unsigned char>(bytes[i]));
+        out += b;
+    }
+    return out;
+}
+
+void conversions()
+{
+    heading("conversions and code pages");
+    SWCharString text = T("€ 5 für Ωmega 😀");
+    std::printf("text: %s (%u UTF-16 units)\n", utf8(text).c_str(), text.getLength());
+    std::printf("as UTF-8: %u bytes\n", text.getNBytesForUTF8());
+    const MBCSCodesetConverter::ExplicitCodeset sets[] = {
+        MBCSCodesetConverter::USASCIICodeset, MBCSCodesetConverter::ISO88591Codeset,
+        MBCSCodesetConverter::Windows1252Codeset};
+    for (MBCSCodesetConverter::ExplicitCodeset cs : sets) {
+        char buf[64] = {0};
+        unsigned n = MBCSCodesetConverter::TToExplicitCodeset(T("€ für"), cs, buf, sizeof buf);
+        std::printf("\"€ für\" in %s: %s\n", MBCSCodesetConverter::getCodesetName(cs),
+                    hex(buf, n ? n - 1 : 0).c_str());
+    }
+    const char bad[] = "ok \xC0\xAE bytes";
+    std::printf("overlong UTF-8 \"C0 AE\" read through code set 1: \"%s\"\n",
+                utf8(MBCSCodesetConverter::ExplicitCodesetToT(bad, MBCSCodesetConverter::UTF8Codeset))
+                    .c_str());
+}
+
+void numbers()
+{
+    heading("locale-neutral numbers");
+    double d = 0;
+    bool ok = NeutralString::ToNumber(T("-1234.5e-1"), d);
+    std::printf("ToNumber(\"-1234.5e-1\") -> %s %s\n", ok ? "true" : "false",
+                utf8(NeutralString::FromNumber(d)).c_str());
+    int i = 0;
+    std::printf("ToNumber(\"12,5\") as int -> %s (a comma is never a decimal point)\n",
+                NeutralString::ToNumber(T("12,5"), i) ? "true" : "false");
+    long long big = 0;
+    NeutralString::ToNumber(T("9223372036854775807"), big);
+    std::printf("FromNumber(long long max) -> %s\n", utf8(NeutralString::FromNumber(big)).c_str());
+}
+
+void words()
+{
+    heading("word splitting");
+    SIArray<SWCharString> w;
+    SStringHelper::makeWords(T("copy \"My Documents\" backup;daily"), w, T(" ;"), true, false);
+    std::printf("makeWords with quotes:");
+    for (const SWCharString& x : w)
+        std::printf(" [%s]", utf8(x).c_str());
+    std::printf("\n");
+    w.clear();
+    SStringHelper::makeWords(T("a,b,,c"), w, T(","), false, true);
+    std::printf("keeping separators:");
+    for (const SWCharString& x : w)
+        std::printf(" [%s]", utf8(x).c_str());
+    std::printf("\n");
+}
+
+void commandLines()
+{
+    heading("command lines");
+    CParamLineArgs args(T("server.exe -trace -logFile \"C:\\Logs\\my server.log\" --PORT 8080"));
+    SWCharString v;
+    std::printf("program: %s\n", utf8(args.GetProgramName()).c_str());
+    bool found = args.Lookup(T("port"), v);
+    std::printf("Lookup(\"port\") ignores case: %s = %s\n", found ? "found" : "missing", utf8(v).c_str());
+    std::printf("Lookup(\"logfile\"): %s\n", args.Lookup(T("logfile"), v) ? utf8(v).c_str() : "missing");
+    std::printf("GetCmdLine: %s\n", utf8(args.GetCmdLine()).c_str());
+}
+
+void configFiles()
+{
+    heading("configuration files");
+    ConfigFileReader cfg;
+    cfg.initializeFromText(T("; comment\n[server]\nport=8080\nname = main\n[server]\nport=9090\n[mail]\nhost=localhost\n"));
+    SIArray<SWCharString> sections;
+    cfg.getSections(sections);
+    std::printf("sections in file order:");
+    for (const SWCharString& x : sections)
+        std::printf(" %s", utf8(x).c_str());
+    std::printf("\n");
+    std::printf("server/port (the last section of a name decides): %s\n",
+                utf8(cfg.getValue(T("server"), T("port"), T("none"))).c_str());
+    std::printf("server/name (not in the last [server]): %s\n",
+                utf8(cfg.getValue(T("server"), T("name"), T("none"))).c_str());
+}
+
+// The registry tour writes only into a store of its own in a scratch folder.
+void registry(const SWCharString& scratch)
+{
+    heading("registry (a scratch store, not the machine's)");
+    SWCharString home = scratch + T("/registry");
+    SFileSys::makeDirectories(home);
+    SEnv::set(T("NEBU_REGISTRYHOME"), home);
+    Registry key(T("Demo"));
+    key.WriteValue(T("Greeting"), T("hello"));
+    key.WriteValue(T("Count"), 42ul);
+    std::printf("wrote Greeting and Count below the company key; read back: %s, %s\n",
+                utf8(key.ReadValue(T("Greeting"))).c_str(), utf8(key.ReadValue(T("Count"))).c_str());
+    std::printf("a missing value reads as empty text: \"%s\"\n", utf8(key.ReadValue(T("Missing"))).c_str());
+    key.DeleteKeyRecursive();
+}
+
+void lockFiles(const SWCharString& scratch)
+{
+    heading("lock files");
+    SWCharString path = scratch + T("/demo.lock");
+    SFileLock first(path, 300, 50, true);
+    SFileLock second(path, 300, 2, false);
+    int taken = first.lock();
+    int refused = second.lock();
+    std::printf("first lock: %d; second, 2 polls while held: %d (gave up)\n", taken, refused);
+    int released = first.unlock();
+    int retaken = second.lock();
+    std::printf("first unlock: %d; second lock now: %d\n", released, retaken);
+    second.unlock();
+}
+
 int demo(const std::vector<std::string>&)
 {
     std::printf("%s %s (%s)\n", LibraryName(), LibraryVersion(), LibraryPlatform());
     strings();
+    conversions();
+    numbers();
+    words();
+    commandLines();
+    configFiles();
     threads();
     files();
+    try {
+        SWCharString scratch = SFileSys::getUniqueDirname(SFileSys::getTempDirname(), T("vardo_demo_"), true);
+        registry(scratch);
+        lockFiles(scratch);
+        SFileSys::rremove(scratch);
+    } catch (const SException& e) {
+        std::printf("scratch folder: %s\n", utf8(e.summary()).c_str());
+    }
     return 0;
 }
 
