@@ -47,75 +47,66 @@ bool eventually(Pred pred)
     return true;
 }
 
-typedef std::vector<std::pair<int, long>> Queue;
-
-Queue queueOf(const CRWLock& lock)
+// Threads waiting in the lock's queue (the holders' entry included): only to know that a
+// thread has arrived, so that arrival order is deterministic.
+size_t arrivals(const CRWLock& lock)
 {
-    Queue q;
+    size_t n = 0;
     for (const CRWLock::QueueEntry& e : lock.getQueueSnapshot())
-        q.push_back(std::make_pair(static_cast<int>(e.m_waiterType), e.m_nThreads));
-    return q;
+        n += static_cast<size_t>(e.m_nThreads);
+    return n;
 }
 
-const int R = CRWLock::Reader;
-const int W = CRWLock::Writer;
+// Who holds the lock right now, as "free", "read N" or "write".
+std::string holder(const CRWLock& lock)
+{
+    std::vector<CRWLock::QueueEntry> q = lock.getQueueSnapshot();
+    if (q.empty())
+        return "free";
+    if (q[0].m_waiterType == CRWLock::Writer)
+        return "write";
+    return "read " + std::to_string(q[0].m_nThreads);
+}
+
+// An ordered record of what the threads did, shared between them.
+class Journal {
+public:
+    void add(const std::string& what)
+    {
+        std::lock_guard<std::mutex> g(m_mutex);
+        m_events.push_back(what);
+    }
+    std::vector<std::string> events()
+    {
+        std::lock_guard<std::mutex> g(m_mutex);
+        return m_events;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::string> m_events;
+};
 
 } // namespace
 
 // ---- interlocked counters -------------------------------------------------------------------
 
-TEST(Interlocked, PrimitivesOverALongCell)
+TEST(Interlocked, SpinCellIsTakenOnce)
 {
     long cell = 5;
-    EXPECT_EQ(5, SInterlockedBase::asmExchangeAdd(&cell, 3));
-    EXPECT_EQ(8, cell);
-    EXPECT_EQ(8, SInterlockedBase::asmExchange(&cell, -2));
-    EXPECT_EQ(-2, cell);
     SInterlockedBase::asmInitLock(&cell);
-    EXPECT_EQ(0, cell);
     EXPECT_EQ(0, SInterlockedBase::asmAcquireLock(&cell));   // taken
     EXPECT_EQ(1, SInterlockedBase::asmAcquireLock(&cell));   // already held
     SInterlockedBase::asmUnlock(&cell);
-    EXPECT_EQ(0, cell);
+    EXPECT_EQ(0, SInterlockedBase::asmAcquireLock(&cell));
 }
 
-TEST(Interlocked, SignedCounterOperations)
-{
-    SInterlockedInt32s v(10);
-    EXPECT_EQ(10, v.exchangeAdd(5));
-    EXPECT_EQ(15, v.exchange(7));
-    EXPECT_EQ(7, v.read());
-    EXPECT_EQ(8, ++v);
-    EXPECT_EQ(8, v++);
-    EXPECT_EQ(9, v.read());
-    EXPECT_EQ(8, --v);
-    EXPECT_EQ(8, v--);
-    EXPECT_EQ(7, v.nonInterlockedRead());
-    EXPECT_EQ(7, v.nonInterlockedSet(-3));
-    EXPECT_EQ(-3, v.read());
-    v.initialize(42);
-
-    SInterlockedInt32s copy(v);
-    EXPECT_EQ(42, copy.read());
-    EXPECT_TRUE(copy == v);
-    SInterlockedInt32s other(1);
-    EXPECT_FALSE(other == v);
-    other = v;
-    EXPECT_EQ(42, other.read());
-
-    EXPECT_EQ(42, SInterlockedExchangeAdd(&v, 1));
-    EXPECT_EQ(43, SInterlockedExchange(&v, 100));
-    EXPECT_EQ(100, SNonInterlockedRead(&v));
-    EXPECT_EQ(100, SNonInterlockedSet(&v, 1));
-    EXPECT_EQ(1, v.read());
-}
-
-TEST(Interlocked, ValuesAreThirtyTwoBitsWide)
+TEST(Interlocked, CountersAreThirtyTwoBitsAndReturnTheOldValue)
 {
     SInterlockedInt32s s(0x7FFFFFFFL);
     EXPECT_EQ(static_cast<long>(INT32_MIN), ++s);           // wraps like a 32-bit int
-    EXPECT_EQ(0x7FFFFFFFL, --s);
-    s.initialize(-1);
+    EXPECT_EQ(static_cast<long>(INT32_MIN), s--);
+    EXPECT_EQ(0x7FFFFFFFL, s.exchange(-1));
     EXPECT_EQ(-1, s.exchangeAdd(1));
     EXPECT_EQ(0, s.read());
 
@@ -123,11 +114,8 @@ TEST(Interlocked, ValuesAreThirtyTwoBitsWide)
     EXPECT_EQ(0UL, ++u);
     EXPECT_EQ(0xFFFFFFFFUL, --u);
     EXPECT_EQ(0xFFFFFFFFUL, u.exchangeAdd(2));
-    EXPECT_EQ(1UL, u.read());
     EXPECT_EQ(1UL, u.exchangeAdd(-1));
     EXPECT_EQ(0UL, u.read());
-    EXPECT_EQ(0UL, SNonInterlockedSet(&u, 7));
-    EXPECT_EQ(7UL, SNonInterlockedRead(&u));
 }
 
 TEST(Interlocked, ConcurrentIncrementsAreNotLost)
@@ -183,98 +171,88 @@ TEST(CSWrapper, IsRecursiveAndExclusive)
 
 // ---- CRWLock: queue behaviour ------------------------------------------------------------------
 
-TEST(RWLock, TwoReadersOnAFreeLockShareOneEntry)
+TEST(RWLock, GrantsInArrivalOrderWithReadersGrouped)
 {
     CRWLock lock;
-    EXPECT_TRUE(queueOf(lock).empty());
-    lock.AquireReadLock();
-    std::thread second([&] { lock.AquireReadLock(); });   // passes at once
-    second.join();
-    EXPECT_EQ((Queue{{R, 2}}), queueOf(lock));
-    // No ownership check: this thread may release the other reader's share.
-    lock.ReleaseReadLock();
-    EXPECT_EQ((Queue{{R, 1}}), queueOf(lock));
-    lock.ReleaseReadLock();
-    EXPECT_TRUE(queueOf(lock).empty());
-    EXPECT_EQ(1u, lock.getFreeEventCount());
-
-    // The freed event serves the next group instead of a new one.
-    lock.AquireWriteLock();
-    EXPECT_EQ((Queue{{W, 1}}), queueOf(lock));
-    EXPECT_EQ(0u, lock.getFreeEventCount());
-    lock.ReleaseWriteLock();
-    EXPECT_EQ(1u, lock.getFreeEventCount());
-}
-
-TEST(RWLock, ReaderBehindAWaitingWriterWaitsForIt)
-{
-    CRWLock lock;
-    std::atomic<bool> writerIn(false), writerOut(false), reader2In(false), reader2AfterWriter(false);
+    Journal journal;
     std::promise<void> letWriterGo;
     std::shared_future<void> writerMayLeave = letWriterGo.get_future().share();
+    std::atomic<int> lateReadersInside(0);
+    std::atomic<int> lateReadersTogether(0);
 
     lock.AquireReadLock();
+    // A reader that arrives while only readers hold the lock joins them at once.
+    std::thread early([&] {
+        lock.AquireReadLock();
+        journal.add("early reader");
+    });
+    early.join();
+    EXPECT_EQ("read 2", holder(lock));
+
     std::thread writer([&] {
         lock.AquireWriteLock();
-        writerIn = true;
+        journal.add("writer");
         writerMayLeave.wait();
-        writerOut = true;
+        journal.add("writer leaves");
         lock.ReleaseWriteLock();
     });
-    ASSERT_TRUE(eventually([&] { return queueOf(lock).size() == 2; }));
+    ASSERT_TRUE(eventually([&] { return arrivals(lock) == 3; }));
 
-    std::thread reader2([&] {
-        lock.AquireReadLock();
-        reader2In = true;
-        reader2AfterWriter = writerOut.load();   // the writer came first and is gone
-        lock.ReleaseReadLock();
-    });
-    ASSERT_TRUE(eventually([&] { return queueOf(lock).size() == 3; }));
-    // The newcomer did not join the owning reader group: it queues behind the writer.
-    EXPECT_EQ((Queue{{R, 1}, {W, 1}, {R, 1}}), queueOf(lock));
-    EXPECT_FALSE(writerIn.load());
-    EXPECT_FALSE(reader2In.load());
-
-    lock.ReleaseReadLock();
-    ASSERT_TRUE(eventually([&] { return writerIn.load(); }));
-    EXPECT_EQ((Queue{{W, 1}, {R, 1}}), queueOf(lock));
-    EXPECT_FALSE(reader2In.load());
-
-    letWriterGo.set_value();
-    writer.join();
-    reader2.join();
-    EXPECT_TRUE(reader2In.load());
-    EXPECT_TRUE(reader2AfterWriter.load());
-    EXPECT_TRUE(queueOf(lock).empty());
-    EXPECT_EQ(3u, lock.getFreeEventCount());   // one per group, kept for reuse
-}
-
-TEST(RWLock, AReaderGroupWakesTogether)
-{
-    CRWLock lock;
-    const int nReaders = 3;
-    std::atomic<int> holding(0);
-    std::atomic<int> sawAllTogether(0);
-
-    lock.AquireWriteLock();
-    std::vector<std::thread> readers;
-    for (int i = 0; i < nReaders; ++i) {
-        readers.emplace_back([&] {
+    // Readers arriving behind a waiting writer do not slip past it into the owning
+    // group: they wait, and then enter together.
+    std::vector<std::thread> late;
+    for (int i = 0; i < 2; ++i) {
+        late.emplace_back([&] {
             lock.AquireReadLock();
-            ++holding;
-            // Only possible if every reader of the group holds the lock at the same time.
-            if (eventually([&] { return holding.load() == nReaders; }))
-                ++sawAllTogether;
+            journal.add("late reader");
+            ++lateReadersInside;
+            if (eventually([&] { return lateReadersInside.load() == 2; }))
+                ++lateReadersTogether;
             lock.ReleaseReadLock();
         });
     }
-    ASSERT_TRUE(eventually([&] { return queueOf(lock) == Queue{{W, 1}, {R, nReaders}}; }));
-    EXPECT_EQ(0, holding.load());
-    lock.ReleaseWriteLock();
-    for (std::thread& t : readers)
+    ASSERT_TRUE(eventually([&] { return arrivals(lock) == 5; }));
+    EXPECT_EQ((std::vector<std::string>{"early reader"}), journal.events());
+
+    lock.ReleaseReadLock();
+    EXPECT_EQ((std::vector<std::string>{"early reader"}), journal.events());   // one share left
+    // No ownership check: this thread may release the other reader's share.
+    lock.ReleaseReadLock();
+    ASSERT_TRUE(eventually([&] { return journal.events().size() == 2; }));
+    EXPECT_EQ("write", holder(lock));
+    letWriterGo.set_value();
+    writer.join();
+    for (std::thread& t : late)
         t.join();
-    EXPECT_EQ(nReaders, sawAllTogether.load());
-    EXPECT_TRUE(queueOf(lock).empty());
+
+    EXPECT_EQ((std::vector<std::string>{"early reader", "writer", "writer leaves", "late reader", "late reader"}),
+              journal.events());
+    EXPECT_EQ(2, lateReadersTogether.load());
+    EXPECT_EQ("free", holder(lock));
+}
+
+TEST(RWLock, WritersQueuedBehindEachOtherEnterOneByOneInOrder)
+{
+    CRWLock lock;
+    Journal journal;
+    lock.AquireWriteLock();
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 3; ++i) {
+        // Start each only when the previous one is queued, so arrival order is known.
+        writers.emplace_back([&, i] {
+            lock.AquireWriteLock();
+            journal.add("in " + std::to_string(i));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            journal.add("out " + std::to_string(i));
+            lock.ReleaseWriteLock();
+        });
+        ASSERT_TRUE(eventually([&] { return arrivals(lock) == static_cast<size_t>(i + 2); }));
+    }
+    lock.ReleaseWriteLock();
+    for (std::thread& t : writers)
+        t.join();
+    EXPECT_EQ((std::vector<std::string>{"in 0", "out 0", "in 1", "out 1", "in 2", "out 2"}), journal.events());
+    EXPECT_EQ("free", holder(lock));
 }
 
 TEST(RWLock, WritersAreExclusiveAndReadersSeeConsistentState)
@@ -310,7 +288,6 @@ TEST(RWLock, WritersAreExclusiveAndReadersSeeConsistentState)
     EXPECT_EQ(nWriters * nLoops, a);
     EXPECT_EQ(a, b);
     EXPECT_EQ(0, torn.load());
-    EXPECT_TRUE(queueOf(lock).empty());
 }
 
 TEST(RWLock, WritersDoNotStarveUnderAFloodOfReaders)
@@ -331,7 +308,7 @@ TEST(RWLock, WritersDoNotStarveUnderAFloodOfReaders)
         });
     }
     // Let the readers keep the lock busy, then a writer must still get through each time.
-    ASSERT_TRUE(eventually([&] { return !queueOf(lock).empty(); }));
+    ASSERT_TRUE(eventually([&] { return arrivals(lock) != 0; }));
     int writes = 0;
     for (int i = 0; i < 200; ++i) {
         CWriteLocker w(&lock);
@@ -356,7 +333,7 @@ TEST(RWLock, MisuseIsReportedAndSurvived)
     lock.ReleaseWriteLock();   // wrong type: reported, released all the same
     ASSERT_EQ(1u, g_asserts.size());
     EXPECT_EQ("wi.m_waiterType == wt", g_asserts[0]);
-    EXPECT_TRUE(queueOf(lock).empty());
+    EXPECT_EQ("free", holder(lock));
 
     lock.ReleaseReadLock();    // nothing held
     ASSERT_EQ(2u, g_asserts.size());
@@ -385,23 +362,23 @@ TEST(RWLockLockers, PlainAndNullableLockers)
     {
         CReadLocker r1(&lock);
         CReadLocker r2(&lock);
-        EXPECT_EQ((Queue{{R, 2}}), queueOf(lock));
+        EXPECT_EQ("read 2", holder(lock));
     }
     {
         CWriteLocker w(&lock);
-        EXPECT_EQ((Queue{{W, 1}}), queueOf(lock));
+        EXPECT_EQ("write", holder(lock));
     }
     {
         CNullableReadLocker r(&lock);
         CNullableWriteLocker none(nullptr);   // no lock, no complaint
-        EXPECT_EQ((Queue{{R, 1}}), queueOf(lock));
+        EXPECT_EQ("read 1", holder(lock));
     }
     {
         CNullableWriteLocker w(&lock);
         CNullableReadLocker none(nullptr);
-        EXPECT_EQ((Queue{{W, 1}}), queueOf(lock));
+        EXPECT_EQ("write", holder(lock));
     }
-    EXPECT_TRUE(queueOf(lock).empty());
+    EXPECT_EQ("free", holder(lock));
     EXPECT_TRUE(g_asserts.empty());
 
     {
@@ -426,28 +403,28 @@ TEST(RWLockLockers, SmartLockersTrackTheirState)
         w.Lock();   // already locked: reported, nothing taken
         ASSERT_EQ(1u, g_asserts.size());
         EXPECT_EQ("!m_bIsLocked", g_asserts[0]);
-        EXPECT_EQ((Queue{{W, 1}}), queueOf(lock));
+        EXPECT_EQ("write", holder(lock));
 
         w.Unlock();
-        EXPECT_TRUE(queueOf(lock).empty());
+        EXPECT_EQ("free", holder(lock));
         EXPECT_THROW(w.VerifyLocked(), CSmartWriteLocker::Exception);
         w.Unlock();   // not locked: reported, nothing released
         ASSERT_EQ(2u, g_asserts.size());
         EXPECT_EQ("m_bIsLocked", g_asserts[1]);
         w.Lock();
-        EXPECT_EQ((Queue{{W, 1}}), queueOf(lock));
+        EXPECT_EQ("write", holder(lock));
     }
-    EXPECT_TRUE(queueOf(lock).empty());   // the destructor released it
+    EXPECT_EQ("free", holder(lock));   // the destructor released it
     {
         CSmartReadLocker r(lock);
         CSmartReadLocker r2(lock);
-        EXPECT_EQ((Queue{{R, 2}}), queueOf(lock));
+        EXPECT_EQ("read 2", holder(lock));
         r.Unlock();
         EXPECT_THROW(r.VerifyLocked(), CSmartReadLocker::Exception);
         EXPECT_NO_THROW(r.VerifyUnlocked());
-        EXPECT_EQ((Queue{{R, 1}}), queueOf(lock));
+        EXPECT_EQ("read 1", holder(lock));
     }
-    EXPECT_TRUE(queueOf(lock).empty());
+    EXPECT_EQ("free", holder(lock));
     EXPECT_EQ(2u, g_asserts.size());
 
     try {
@@ -458,5 +435,5 @@ TEST(RWLockLockers, SmartLockersTrackTheirState)
         EXPECT_EQ("CSmartReadLocker::Exception", narrow(e.toString()));
         EXPECT_EQ("CSmartReadLocker::Exception:lock state mismatch", narrow(e.summary()));
     }
-    EXPECT_TRUE(queueOf(lock).empty());
+    EXPECT_EQ("free", holder(lock));
 }
