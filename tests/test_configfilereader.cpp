@@ -2,6 +2,8 @@
 #include "vardo/configfilereader.h"
 #include "vardo/strace.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -15,20 +17,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-SWCharString W(const char* s)
-{
-    SWCharString r;
-    r.concatFromAscii(s, static_cast<unsigned int>(std::strlen(s)));
-    return r;
-}
+using vardo_test::W;
+const auto& N = vardo_test::ascii;
 
-std::string N(const SWCharString& s)
-{
-    std::string r;
-    for (const unsigned short* p = s.data(); *p; ++p)
-        r += static_cast<char>(*p < 0x80 ? *p : '?');
-    return r;
-}
+
 
 std::vector<std::string> names(const SIArray<SWCharString>& a)
 {

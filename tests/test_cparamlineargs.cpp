@@ -2,6 +2,8 @@
 #include "vardo/cparamlineargs.h"
 #include "vardo/strace.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,20 +14,10 @@ using namespace Vardo400;
 
 namespace {
 
-SWCharString W(const char* s)
-{
-    SWCharString r;
-    r.concatFromAscii(s, static_cast<unsigned int>(std::strlen(s)));
-    return r;
-}
+using vardo_test::W;
+const auto& N = vardo_test::ascii;
 
-std::string N(const SWCharString& s)
-{
-    std::string r;
-    for (const unsigned short* p = s.data(); *p; ++p)
-        r += static_cast<char>(*p < 0x80 ? *p : '?');
-    return r;
-}
+
 
 // The argument vector form as plain strings, for compact comparisons.
 std::vector<std::string> vec(const CParamLineArgs& a, bool quoted = false)

@@ -7,6 +7,8 @@
 #include "locale_support.h"
 #include "vardo_gtest.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <charconv>
@@ -24,20 +26,10 @@ using namespace Vardo400;
 
 namespace {
 
-SWCharString W(const char* s)
-{
-    SWCharString w;
-    w.concatFromAscii(s, static_cast<unsigned int>(std::strlen(s)));
-    return w;
-}
+using vardo_test::W;
+const auto& narrow = vardo_test::ascii;
 
-std::string narrow(const SWCharString& s)
-{
-    std::string r;
-    for (unsigned int i = 0; i < s.getLength(); ++i)
-        r += static_cast<char>(s.data()[i]);
-    return r;
-}
+
 
 uint64_t bitsOf(double d)
 {

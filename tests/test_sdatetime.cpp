@@ -4,6 +4,8 @@
 
 #include "vardo_gtest.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -15,20 +17,10 @@ using namespace Vardo400;
 
 namespace {
 
-SWCharString W(const char* s)
-{
-    SWCharString r;
-    r.fromUTF8(reinterpret_cast<const unsigned char*>(s));
-    return r;
-}
+using vardo_test::W;
+using vardo_test::U;
 
-std::string U(const SWCharString& s)
-{
-    std::string out;
-    for (unsigned int i = 0; i < s.getLength(); ++i)
-        out.push_back(s.data()[i] < 0x80 ? (char)s.data()[i] : '?');
-    return out;
-}
+
 
 } // namespace
 

@@ -7,6 +7,8 @@
 #include "vardo/sresstring.h"
 #include "vardo/version.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -17,29 +19,11 @@ using namespace Vardo400;
 
 namespace {
 
-SWCharString W(const char* ascii)
-{
-    SWCharString s;
-    s.concatFromAscii(ascii, static_cast<unsigned int>(std::strlen(ascii)));
-    return s;
-}
+using vardo_test::W;
+const auto& A = vardo_test::U;
+
 
 // For readable failures: units above 0x7F as \uXXXX.
-std::string A(const SWCharString& s)
-{
-    std::string out;
-    for (unsigned int i = 0; i < s.getLength(); ++i) {
-        unsigned short c = s.data()[i];
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else {
-            char buf[8];
-            std::snprintf(buf, sizeof(buf), "\\u%04X", c);
-            out += buf;
-        }
-    }
-    return out;
-}
 
 bool onWindows() { return std::strncmp(LibraryPlatform(), "Windows", 7) == 0; }
 

@@ -8,6 +8,8 @@
 
 #include "assert_capture.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -20,8 +22,8 @@ using namespace Vardo400;
 
 namespace {
 
-SWCharString W(const char16_t* s) { return SWCharString(reinterpret_cast<const unsigned short*>(s)); }
-const unsigned short* U(const char16_t* s) { return reinterpret_cast<const unsigned short*>(s); }
+using vardo_test::W;
+using vardo_test::units;
 
 using vardo_test::AssertCapture;
 std::vector<std::string>& g_asserts = AssertCapture::seen();
@@ -141,11 +143,11 @@ TEST(SString, AppendsIncludingFromItself)
     EXPECT_EQ(s, W(u"abab"));
     s.concat(s.data() + 1, 2);
     EXPECT_EQ(s, W(u"ababba"));
-    s.concat(U(u"xyz"), 0);
+    s.concat(units(u"xyz"), 0);
     s.concat(nullptr, 5);
     s += static_cast<const unsigned short*>(nullptr);
     EXPECT_EQ(s, W(u"ababba"));
-    s.concat(U(u"q\0r"), 3); // stops at the terminator
+    s.concat(units(u"q\0r"), 3); // stops at the terminator
     EXPECT_EQ(s, W(u"ababbaq"));
     s.concatFromAscii("12\x7f", 10);
     EXPECT_EQ(s, W(u"ababbaq12\x7f"));
@@ -297,10 +299,10 @@ TEST(SString, FiveComparisonOrders)
     EXPECT_TRUE(cb < ca);
     EXPECT_TRUE(ca == W(u"b"));
     EXPECT_TRUE(ca != W(u"c"));
-    EXPECT_EQ(W(u"ABC").compareNoCase(U(u"abd")), -1);
-    EXPECT_EQ(W(u"abc").compareNoCase(U(u"ABC")), 0);
+    EXPECT_EQ(W(u"ABC").compareNoCase(units(u"abd")), -1);
+    EXPECT_EQ(W(u"abc").compareNoCase(units(u"ABC")), 0);
     EXPECT_EQ(W(u"b").compareNoCase(nullptr), 1);
-    EXPECT_LT(W(u"A").compareBinary(U(u"a")), 0);
+    EXPECT_LT(W(u"A").compareBinary(units(u"a")), 0);
     EXPECT_EQ(SAsciiString("ABC").compareNoCase("abc"), 0);
     SAnsiStringCI ansi("Hello");
     EXPECT_TRUE(ansi == "hello");
@@ -308,8 +310,8 @@ TEST(SString, FiveComparisonOrders)
     // Pointer equality: null equals only the empty string.
     EXPECT_TRUE(SWCharString() == static_cast<const unsigned short*>(nullptr));
     EXPECT_FALSE(W(u"x") == static_cast<const unsigned short*>(nullptr));
-    EXPECT_TRUE(W(u"x") == U(u"x"));
-    EXPECT_TRUE(W(u"x") != U(u"xy"));
+    EXPECT_TRUE(W(u"x") == units(u"x"));
+    EXPECT_TRUE(W(u"x") != units(u"xy"));
 }
 
 TEST(SString, UcscmpFastMatchesUnitOrder)
@@ -420,10 +422,10 @@ TEST(SString, RawTextHelpers)
     EXPECT_STREQ(ConcatString(b, "xyz", sizeof b), "abxyz");
     EXPECT_STREQ(ConcatStringN(b, "q", 1, sizeof b), "abxyz");
     unsigned short w[4];
-    CopyString(w, U(u"hello"), 4);
+    CopyString(w, units(u"hello"), 4);
     EXPECT_EQ(SWCharString(w), W(u"hel"));
-    CopyStringN(w, U(u"hello"), 1, 4);
-    ConcatStringN(w, U(u"xyz"), 1, 4);
+    CopyStringN(w, units(u"hello"), 1, 4);
+    ConcatStringN(w, units(u"xyz"), 1, 4);
     EXPECT_EQ(SWCharString(w), W(u"hx"));
 }
 

@@ -4,6 +4,8 @@
 
 #include "vardo_gtest.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -15,22 +17,10 @@ using namespace Vardo400;
 
 namespace {
 
-SWCharString W(const char* s)
-{
-    SWCharString w;
-    w.concatFromAscii(s, static_cast<unsigned int>(std::strlen(s)));
-    return w;
-}
+using vardo_test::W;
+const auto& narrow = vardo_test::ascii;
 
-std::string narrow(const SWCharString& s)
-{
-    std::string r;
-    for (unsigned int i = 0; i < s.getLength(); ++i) {
-        const unsigned short c = s.data()[i];
-        r += c < 128 ? static_cast<char>(c) : '?';
-    }
-    return r;
-}
+
 
 std::vector<std::string> split(const char* text, const char* separators, bool quotes, bool keep)
 {
