@@ -4,6 +4,7 @@
 #include "os/os_error.h"
 
 #include <cerrno>
+#include <cstring>
 
 namespace Vardo400 {
 namespace os {
@@ -86,6 +87,28 @@ ErrorClass classify(const OsError& err)
         return classifyWin32(static_cast<uint32_t>(err.number));
     default:
         return ErrorClass::other;
+    }
+}
+
+SWCharString errorText(const OsError& err)
+{
+    switch (err.kind) {
+    case OsError::none:
+        return SWCharString();
+    case OsError::loader:
+        return err.text;
+    case OsError::crt: {
+        char buffer[1024];
+        buffer[0] = 0;
+        crtMessage(err.number, buffer, sizeof buffer);
+        // In the process code page; plain 7-bit text if that cannot be read.
+        SWCharString r;
+        if (!r.fromMBCS(buffer))
+            r.concatFromAscii(buffer, static_cast<unsigned int>(std::strlen(buffer)));
+        return r;
+    }
+    default:
+        return systemMessage(err);
     }
 }
 

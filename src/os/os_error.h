@@ -7,6 +7,7 @@
 
 #include "vardo/sstring.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace Vardo400 {
@@ -61,6 +62,11 @@ ErrorClass classify(const OsError& err);
 // page, widened) for an errno, the system message for a Win32 code, the loader's text.
 // Empty for none.
 SWCharString errorText(const OsError& err);
+
+// The pieces of errorText each platform supplies: the C run-time's text for an error
+// number (cut to size, terminated), and the text of a system code (Win32 kinds).
+void crtMessage(int errorNumber, char* buffer, size_t size);
+SWCharString systemMessage(const OsError& err);
 
 } // namespace os
 } // namespace Vardo400

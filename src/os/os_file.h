@@ -14,9 +14,9 @@
 namespace Vardo400 {
 namespace os {
 
-// _wsopen(path, flags, share, permissions): a descriptor, or -1. An existing directory
-// is never opened as a file: it fails with EISDIR, also where the create and exclusive
-// flags would otherwise report EEXIST.
+// _wsopen(path, flags, share, permissions): a descriptor, or -1. A directory is never
+// opened as a file (Windows: EACCES, Linux: EISDIR), and an exclusive create on an
+// existing directory fails with EISDIR rather than EEXIST: there is no file there.
 int fileOpen(const SWCharString& path, int flags, int share, int permissions, OsError& err);
 // _read / _write: bytes transferred, or -1.
 int fileRead(int fd, void* buffer, unsigned int count, OsError& err);

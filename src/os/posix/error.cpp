@@ -23,37 +23,21 @@ inline void takeText(const char* result, char* buffer, size_t size, int)
     }
 }
 
-SWCharString widen(const char* text)
-{
-    SWCharString r;
-    if (!r.fromMBCS(text))
-        r.concatFromAscii(text, static_cast<unsigned int>(std::strlen(text)));
-    return r;
-}
-
 } // namespace
 
-SWCharString errorText(const OsError& err)
+void crtMessage(int errorNumber, char* buffer, size_t size)
 {
-    switch (err.kind) {
-    case OsError::none:
-        return SWCharString();
-    case OsError::loader:
-        return err.text;
-    case OsError::crt: {
-        char buffer[1024];
-        buffer[0] = 0;
-        takeText(::strerror_r(err.number, buffer, sizeof buffer), buffer, sizeof buffer,
-                 err.number);
-        return widen(buffer);
-    }
-    default: {
-        // Win32 numbers never arise here; name them rather than guess a text.
-        char buffer[48];
-        std::snprintf(buffer, sizeof buffer, "Unknown error %d", err.number);
-        return widen(buffer);
-    }
-    }
+    takeText(::strerror_r(errorNumber, buffer, size), buffer, size, errorNumber);
+}
+
+SWCharString systemMessage(const OsError& err)
+{
+    // Win32 codes never arise here; name the number rather than guess a text.
+    char buffer[48];
+    const int n = std::snprintf(buffer, sizeof buffer, "Unknown error %d", err.number);
+    SWCharString r;
+    r.concatFromAscii(buffer, static_cast<unsigned int>(n));
+    return r;
 }
 
 } // namespace os

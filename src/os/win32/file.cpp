@@ -6,6 +6,7 @@
 #include "vardo/sstring.h"
 
 #include <cerrno>
+#include <cstdio>
 
 #include <fcntl.h>
 #include <io.h>
@@ -53,7 +54,7 @@ int fileOpen(const SWCharString& path, int flags, int share, int permissions, Os
     if (fd < 0) {
         // A directory is no file that anyone could hold: say what it is.
         const int e = errno;
-        err.setCrt((e == EEXIST || e == EACCES) && isDirectory(path) ? EISDIR : e);
+        err.setCrt(e == EEXIST && isDirectory(path) ? EISDIR : e);
     }
     return fd;
 }
