@@ -92,6 +92,16 @@ X::ErrorReasons reasonOf(const os::OsError& err)
     throw X(code, reason, file, ascii(text), SWCharString(), ascii(operation));
 }
 
+// The status of path (links followed), or the exception code throws.
+os::FsInfo statOrThrow(const SWCharString& path, X::ErrorCodes code, const char* operation)
+{
+    os::FsInfo info;
+    os::OsError err;
+    if (!os::fsStat(path, info, err))
+        throwOs(code, operation, path, err);
+    return info;
+}
+
 // The text of a C run-time error number, whatever the platform's own numbering.
 SWCharString crtText(int e)
 {
@@ -249,10 +259,8 @@ public:
 
 void giveAccessHelper(const SWCharString& path, uint32_t bits, bool recursive)
 {
-    os::FsInfo info;
+    const os::FsInfo info = statOrThrow(path, X::fileDoesNotExist, "giveAccessHelper");
     os::OsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::fileDoesNotExist, "giveAccessHelper", path, err);
     if (!os::fsSetMode(path, info.mode | bits, err))
         throwOs(X::setAttributesFailed, "giveAccessHelper", path, err);
     if (!recursive || !info.isDir)
@@ -264,7 +272,7 @@ void giveAccessHelper(const SWCharString& path, uint32_t bits, bool recursive)
 // Removes the files (not directories) of one directory that match a pattern.
 class RemoveContentVisitor : public DirVisitor {
 public:
-    explicit RemoveContentVisitor(const char* op) : m_op(op) {}
+    RemoveContentVisitor(const char* op, int64_t& removed) : m_op(op), m_removed(removed) {}
     Step visit(const WalkEntry& e) override
     {
         if (e.info().isDir)
@@ -284,7 +292,7 @@ public:
         throwOs(X::recursiveRemoveFailed, m_op, dir, err);
     }
     const char* const m_op;
-    int64_t m_removed = 0;
+    int64_t& m_removed;   // the caller's total, which keeps what went before a failure
 };
 
 // The entries of one directory that match a pattern, as FileProp.
@@ -322,10 +330,7 @@ bool sameOrInside(const SWCharString& inner, const SWCharString& outer)
 
 bool hasOwnerPermissionHelper(const SWCharString& path, uint32_t bit)
 {
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::getStatusFailed, "HasOwnerPermissionHelper", path, err);
+    const os::FsInfo info = statOrThrow(path, X::getStatusFailed, "HasOwnerPermissionHelper");
     if (info.isDir)
         throwText(X::getStatusFailed, X::reasonInvalidArgument, "HasOwnerPermissionHelper", path,
                   kPermissionDirs);
@@ -399,14 +404,10 @@ SWCharString getUniqueFilenameHelper(const SWCharString& dir, const SWCharString
 void removeContentHelper(const SWCharString& dir, const SWCharString& pattern, int64_t& removed,
                          const char* op)
 {
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, op, dir, err);
+    statOrThrow(dir, X::fileDoesNotExist, op);
     removed = 0;
-    RemoveContentVisitor visitor(op);
+    RemoveContentVisitor visitor(op, removed);
     detail::walkDirectory(dir, pattern, visitor);
-    removed = visitor.m_removed;
 }
 
 } // namespace
@@ -629,10 +630,7 @@ void SFileSys::removeContentEx(const SWCharString& dir, const SWCharString& patt
 
 uint32_t SFileSys::size(const SWCharString& path)
 {
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::sizeFailed, "size", path, err);
+    const os::FsInfo info = statOrThrow(path, X::sizeFailed, "size");
     if (info.size > (int64_t)0xFFFFFFFFu)
         throwText(X::sizeFailed, X::reasonOther, "size", path, kTooBig);
     return (uint32_t)info.size;
@@ -640,21 +638,14 @@ uint32_t SFileSys::size(const SWCharString& path)
 
 int64_t SFileSys::sizeEx(const SWCharString& path)
 {
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::sizeFailed, "sizeEx", path, err);
-    return info.size;
+    return statOrThrow(path, X::sizeFailed, "sizeEx").size;
 }
 
 namespace {
 
 int64_t rsizeImpl(const SWCharString& dir, bool wide, const char* op)
 {
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, op, dir, err);
+    const os::FsInfo info = statOrThrow(dir, X::fileDoesNotExist, op);
     if (!info.isDir) {
         if (!wide && info.size > (int64_t)0xFFFFFFFFu)
             throwText(X::sizeFailed, X::reasonOther, op, dir, kTooBig);
@@ -671,10 +662,7 @@ int64_t rsizeImpl(const SWCharString& dir, bool wide, const char* op)
 
 uint32_t countImpl(const SWCharString& dir, bool all, const char* op)
 {
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, op, dir, err);
+    statOrThrow(dir, X::fileDoesNotExist, op);
     CountVisitor visitor(all);
     if (!detail::walkDirectory(dir, SWCharString(kAllEntries), visitor))
         throwOs(X::getAttributesFailed, op, visitor.failure.m_name, visitor.failure.m_error);
@@ -707,10 +695,7 @@ void SFileSys::listing(const SWCharString& dir, const SWCharString& pattern,
                        SIArray<FileProp>& props)
 {
     props.clear();
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, "listing", dir, err);
+    statOrThrow(dir, X::fileDoesNotExist, "listing");
     ListingVisitor visitor(props);
     detail::walkDirectory(dir, pattern, visitor);
 }
@@ -769,20 +754,14 @@ void SFileSys::renameFile(const SWCharString& from, const SWCharString& to)
 
 SDateTime SFileSys::getLastModifiedTime(const SWCharString& path)
 {
-    os::FsInfo info;
-    os::OsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::getStatusFailed, "getLastModifiedTime", path, err);
-    return SDateTime::fromUnixMillis(info.mtimeMs);
+    return SDateTime::fromUnixMillis(statOrThrow(path, X::getStatusFailed, "getLastModifiedTime").mtimeMs);
 }
 
 void SFileSys::setLastModifiedTime(const SWCharString& path, const SDateTime& time)
 {
     const char* const op = "setLastModifiedTime";
-    os::FsInfo info;
+    const os::FsInfo info = statOrThrow(path, X::setAttributesFailed, op);
     os::OsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::setAttributesFailed, op, path, err);
     if (info.isDir)
         throwText(X::setAttributesFailed, X::reasonInvalidArgument, op, path, kDirsNotImplemented);
     if (!time.isValid()) {

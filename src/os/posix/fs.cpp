@@ -343,6 +343,26 @@ bool parseNumber(const std::string& s, unsigned long& v)
     return true;
 }
 
+// Looks a name up with getpwnam_r or getgrnam_r, growing the buffer as they ask.
+template <class Entry, class Lookup>
+bool lookupEntry(const std::string& name, Lookup lookup, Entry& entry, OsError& err)
+{
+    std::vector<char> buf(16384);
+    for (;;) {
+        Entry* res = nullptr;
+        const int r = lookup(name.c_str(), &entry, buf.data(), buf.size(), &res);
+        if (r == ERANGE && buf.size() < (1u << 20)) {
+            buf.resize(buf.size() * 4);
+            continue;
+        }
+        if (r != 0 || !res) {
+            err.setCrt(r != 0 ? r : EINVAL);
+            return false;
+        }
+        return true;
+    }
+}
+
 bool lookupUser(const std::string& name, uid_t& uid, gid_t& gid, OsError& err)
 {
     unsigned long n = 0;
@@ -351,26 +371,12 @@ bool lookupUser(const std::string& name, uid_t& uid, gid_t& gid, OsError& err)
         gid = (gid_t)-1;
         return true;
     }
-    std::vector<char> buf(16384);
-    for (;;) {
-        struct passwd pw, *res = nullptr;
-        const int r = getpwnam_r(name.c_str(), &pw, buf.data(), buf.size(), &res);
-        if (r == ERANGE && buf.size() < (1u << 20)) {
-            buf.resize(buf.size() * 4);
-            continue;
-        }
-        if (r != 0) {
-            err.setCrt(r);
-            return false;
-        }
-        if (!res) {
-            err.setCrt(EINVAL);
-            return false;
-        }
-        uid = pw.pw_uid;
-        gid = pw.pw_gid;
-        return true;
-    }
+    struct passwd pw;
+    if (!lookupEntry(name, getpwnam_r, pw, err))
+        return false;
+    uid = pw.pw_uid;
+    gid = pw.pw_gid;
+    return true;
 }
 
 bool lookupGroup(const std::string& name, gid_t& gid, OsError& err)
@@ -380,25 +386,11 @@ bool lookupGroup(const std::string& name, gid_t& gid, OsError& err)
         gid = (gid_t)n;
         return true;
     }
-    std::vector<char> buf(16384);
-    for (;;) {
-        struct group gr, *res = nullptr;
-        const int r = getgrnam_r(name.c_str(), &gr, buf.data(), buf.size(), &res);
-        if (r == ERANGE && buf.size() < (1u << 20)) {
-            buf.resize(buf.size() * 4);
-            continue;
-        }
-        if (r != 0) {
-            err.setCrt(r);
-            return false;
-        }
-        if (!res) {
-            err.setCrt(EINVAL);
-            return false;
-        }
-        gid = gr.gr_gid;
-        return true;
-    }
+    struct group gr;
+    if (!lookupEntry(name, getgrnam_r, gr, err))
+        return false;
+    gid = gr.gr_gid;
+    return true;
 }
 
 int64_t clampToInt64(unsigned long long v)
