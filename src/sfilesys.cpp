@@ -197,8 +197,8 @@ public:
 // copied; a link to a file is copied as the file's contents.
 class CopyVisitor : public DirVisitor {
 public:
-    CopyVisitor(const SWCharString& source, const SWCharString& target, bool overwrite)
-        : m_source(source), m_target(target), m_bOverwrite(overwrite) {}
+    CopyVisitor(const SWCharString& target, bool overwrite)
+        : m_target(target), m_bOverwrite(overwrite) {}
     Step visit(const WalkEntry& e) override
     {
         SWCharString to = m_target;
@@ -230,7 +230,6 @@ public:
         to += relative;
         failure.record(err, withSep(dir), withSep(to));
     }
-    const SWCharString m_source;
     const SWCharString m_target;
     const bool m_bOverwrite;
 };
@@ -241,7 +240,7 @@ void giveAccessHelper(const SWCharString& path, uint32_t bits, bool recursive);
 
 class AccessVisitor : public DirVisitor {
 public:
-    AccessVisitor(const SWCharString& top, uint32_t bits) : m_top(top), m_bits(bits) {}
+    explicit AccessVisitor(uint32_t bits) : m_bits(bits) {}
     Step visit(const WalkEntry& e) override
     {
         if (e.isLink())
@@ -253,7 +252,6 @@ public:
     {
         throwOs(X::setAttributesFailed, "giveAccessHelper", dir, err);
     }
-    const SWCharString m_top;
     const uint32_t m_bits;
 };
 
@@ -265,7 +263,7 @@ void giveAccessHelper(const SWCharString& path, uint32_t bits, bool recursive)
         throwOs(X::setAttributesFailed, "giveAccessHelper", path, err);
     if (!recursive || !info.isDir)
         return;
-    AccessVisitor visitor(path, bits);
+    AccessVisitor visitor(bits);
     detail::walkDirectory(path, SWCharString(kAllEntries), visitor);
 }
 
@@ -731,7 +729,7 @@ void SFileSys::copyFile(const SWCharString& source, const SWCharString& target, 
         throwOs(X::copyFailed, op, source, err, target);
     }
     makeDirectories(to, defaultPermissions);
-    CopyVisitor visitor(from, to, overwrite);
+    CopyVisitor visitor(to, overwrite);
     if (!detail::walkDirectory(from, SWCharString(kAllEntries), visitor))
         throwOs(X::copyFailed, op, visitor.failure.m_name, visitor.failure.m_error,
                 visitor.failure.m_second);
