@@ -21,6 +21,12 @@ example() {
 }
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
+# The test hooks (fault injection) belong to test builds only, never to what is installed.
+if command -v nm >/dev/null && ls "$prefix"/lib*/libvardow-4-0.so >/dev/null 2>&1 &&
+   nm -D --defined-only "$prefix"/lib*/libvardow-4-0.so | grep injectFault >/dev/null; then
+  echo "install check failed: the installed library exports its test hooks" >&2
+  exit 1
+fi
 mkdir -p "$work/cmake"
 example program > "$work/main.cpp"
 example cmake > "$work/CMakeLists.txt"

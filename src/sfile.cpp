@@ -41,12 +41,9 @@ SWCharString ascii(const char* s)
 // The C run-time's text for an error number, widened from the process code page.
 SWCharString reasonText(int errorNumber)
 {
-    char buffer[1024];
-    os::errorText(errorNumber, buffer, sizeof buffer);
-    SWCharString r;
-    if (!r.fromMBCS(buffer))
-        r = ascii(buffer);
-    return r;
+    os::OsError err;
+    err.setCrt(errorNumber);
+    return os::errorText(err);
 }
 
 // Bytes read from a file to text: explicit codeset 1 (UTF-8), up to the first zero
@@ -140,12 +137,9 @@ SFile::~SFile()
 
 // ---- failures --------------------------------------------------------------------------
 
-void SFile::throwFromErrno(SFileException::ErrorCodes code) const
+void SFile::throwFromErrno(SFileException::ErrorCodes code, int e) const
 {
-    int e = errno;
     SWCharString reason = reasonText(e);
-    // Callers that catch this and throw again take the number from errno: keep it.
-    errno = e;
     throw SFileException(code, e, m_filePath, SFileException::MapErrno(e), reason, SWCharString());
 }
 
@@ -170,10 +164,11 @@ void SFile::open(int accessFlags, int permissions, int shareMode)
                              ascii(kNoAccessMode), SWCharString());
     // Always binary: the file is never opened in text mode.
     int flags = accessFlags | kBinaryFlag;
-    int fd = os::fileOpen(m_filePath, flags, shareMode, permissions);
+    os::OsError err;
+    int fd = os::fileOpen(m_filePath, flags, shareMode, permissions, err);
     m_fd = fd;
     if (fd == -1)
-        throwFromErrno(SFileException::openError);
+        throwFromErrno(SFileException::openError, err.crtNumber());
     m_nAccessFlags = flags;
     m_bIsOpened = true;
 }
@@ -188,7 +183,8 @@ void SFile::close()
 {
     if (!m_bIsOpened)
         return;
-    os::fileClose(m_fd);
+    os::OsError ignored;
+    os::fileClose(m_fd, ignored);
     m_bIsOpened = false;
 }
 
@@ -198,9 +194,10 @@ int SFile::read(void* buffer, unsigned int count)
 {
     if (!m_bIsOpened)
         throwNotOpened(SFileException::readError);
-    int n = os::fileRead(m_fd, buffer, count);
+    os::OsError err;
+    int n = os::fileRead(m_fd, buffer, count, err);
     if (n == -1)
-        throwFromErrno(SFileException::readError);
+        throwFromErrno(SFileException::readError, err.crtNumber());
     return n;
 }
 
@@ -208,9 +205,10 @@ int SFile::write(const void* buffer, unsigned int count)
 {
     if (!m_bIsOpened)
         throwNotOpened(SFileException::writeError);
-    int n = os::fileWrite(m_fd, buffer, count);
+    os::OsError err;
+    int n = os::fileWrite(m_fd, buffer, count, err);
     if (n == -1)
-        throwFromErrno(SFileException::writeError);
+        throwFromErrno(SFileException::writeError, err.crtNumber());
     return n;
 }
 
@@ -222,8 +220,9 @@ void SFile::flush()
     // A closed object's descriptor number may already belong to another file; the commit
     // of an object without an open file must fail, so it goes to no descriptor at all.
     int fd = m_bIsOpened ? m_fd : -1;
-    if (os::fileCommit(fd) == -1)
-        throwFromErrno(SFileException::flushError);
+    os::OsError err;
+    if (os::fileCommit(fd, err) == -1)
+        throwFromErrno(SFileException::flushError, err.crtNumber());
 }
 
 // ---- 32-bit positions ------------------------------------------------------------------
@@ -237,18 +236,18 @@ int32_t SFile::seek(int origin, int32_t offset) const
     // where it was, as the C run-time's 32-bit seek does.
     const int64_t limit = kLimit32;
     int64_t before = -1;
+    os::OsError err;
     if (origin != seekBegin && origin != seekCurrent) {
-        before = os::fileSeek(m_fd, 0, seekCurrent);
+        before = os::fileSeek(m_fd, 0, seekCurrent, err);
         if (before == -1)
-            throwFromErrno(SFileException::seekError);
+            throwFromErrno(SFileException::seekError, err.crtNumber());
     }
-    int64_t r = os::fileSeek(m_fd, offset, origin);
+    int64_t r = os::fileSeek(m_fd, offset, origin, err);
     if (r == -1)
-        throwFromErrno(SFileException::seekError);
+        throwFromErrno(SFileException::seekError, err.crtNumber());
     if (r > limit) {
-        os::fileSeek(m_fd, origin == seekCurrent ? r - offset : before, seekBegin);
-        errno = EINVAL;
-        throwFromErrno(SFileException::seekError);
+        os::fileSeek(m_fd, origin == seekCurrent ? r - offset : before, seekBegin, err);
+        throwFromErrno(SFileException::seekError, EINVAL);
     }
     return static_cast<int32_t>(r);
 }
@@ -297,7 +296,7 @@ SWCharString SFile::readString()
     // Positioned beyond the end: the loop below would see end of file at once. Fail the
     // same way without asking for a buffer of the wrapped-around size.
     if (position > fileSize)
-        throwFromErrno(SFileException::readError);
+        throwFromErrno(SFileException::readError, 0);
 
     std::unique_ptr<char[]> buffer(new (std::nothrow) char[static_cast<size_t>(remaining) + 1]);
     if (!buffer)
@@ -306,6 +305,7 @@ SWCharString SFile::readString()
     size_t filled = 0;
     int budget = kEmptyReadBudget;
     bool complete = false;
+    int failure = 0;   // the error number of a failed read or end test
     try {
         for (;;) {
             int n = read(buffer.get() + filled, remaining);
@@ -321,10 +321,11 @@ SWCharString SFile::readString()
             if (atEnd || budget <= 0)
                 break;
         }
-    } catch (const SFileException&) {
+    } catch (const SFileException& e) {
+        failure = e.getErrno();
     }
     if (!complete)
-        throwFromErrno(SFileException::readError);
+        throwFromErrno(SFileException::readError, failure);
     buffer[filled] = 0;
     return fileBytesToText(buffer.get(), filled);
 }
@@ -336,7 +337,8 @@ SWCharString SFile::readLine()
         // 32-bit queries of the byte rule accept.
         bool regular = false;
         int64_t fileSize = 0;
-        if (os::fileDescribe(m_fd, regular, fileSize) && regular && fileSize <= kLimit32) {
+        os::OsError ignored;
+        if (os::fileDescribe(m_fd, regular, fileSize, ignored) && regular && fileSize <= kLimit32) {
             SWCharString line;
             if (readLineBlocks(fileSize, line))
                 return line;
@@ -354,10 +356,11 @@ SWCharString SFile::readLine()
 bool SFile::readLineBlocks(int64_t fileSize, SWCharString& result)
 {
     char first[kFirstLineBlock];
-    int n = os::fileRead(m_fd, first, sizeof first);
+    os::OsError err;
+    int n = os::fileRead(m_fd, first, sizeof first, err);
     if (n <= 0) {
-        int e = errno;
-        int64_t position = os::fileSeek(m_fd, 0, seekCurrent);
+        os::OsError seekErr;
+        int64_t position = os::fileSeek(m_fd, 0, seekCurrent, seekErr);
         if (position < 0 || position > kLimit32)
             return false;
         // At or beyond the end the rule reads nothing: an empty line, even where a read
@@ -366,18 +369,17 @@ bool SFile::readLineBlocks(int64_t fileSize, SWCharString& result)
             result.empty();
             return true;
         }
-        errno = e;
-        throwFromErrno(SFileException::readError);
+        throwFromErrno(SFileException::readError, err.crtNumber());
     }
 
     const char* lf = static_cast<const char*>(std::memchr(first, '\n', static_cast<size_t>(n)));
     int64_t take = lf ? (lf - first) + 1 : n;
-    int64_t after = os::fileSeek(m_fd, take - n, seekCurrent);
+    int64_t after = os::fileSeek(m_fd, take - n, seekCurrent, err);
     if (after < 0)
-        throwFromErrno(SFileException::readError);
+        throwFromErrno(SFileException::readError, err.crtNumber());
     const int64_t start = after - take;
     if (start > kLimit32) {
-        os::fileSeek(m_fd, start, seekBegin);
+        os::fileSeek(m_fd, start, seekBegin, err);
         return false;
     }
     // Never beyond the size the file had when the call began (it may have grown since).
@@ -385,8 +387,8 @@ bool SFile::readLineBlocks(int64_t fileSize, SWCharString& result)
     if (take > remaining) {
         take = remaining > 0 ? remaining : 0;
         lf = nullptr;
-        if (os::fileSeek(m_fd, start + take, seekBegin) < 0)
-            throwFromErrno(SFileException::readError);
+        if (os::fileSeek(m_fd, start + take, seekBegin, err) < 0)
+            throwFromErrno(SFileException::readError, err.crtNumber());
     }
     remaining -= take;
 
@@ -410,12 +412,11 @@ bool SFile::readLineBlocks(int64_t fileSize, SWCharString& result)
             unsigned int want = remaining < blockSize ? static_cast<unsigned int>(remaining) : blockSize;
             if (block.size() < want)
                 block.resize(want);
-            int got = os::fileRead(m_fd, block.data(), want);
+            int got = os::fileRead(m_fd, block.data(), want, err);
             if (got < 0) {
-                int e = errno;
-                os::fileSeek(m_fd, start + consumed, seekBegin);
-                errno = e;
-                throwFromErrno(SFileException::readError);
+                os::OsError seekErr;
+                os::fileSeek(m_fd, start + consumed, seekBegin, seekErr);
+                throwFromErrno(SFileException::readError, err.crtNumber());
             }
             if (got == 0)
                 break;
@@ -427,8 +428,8 @@ bool SFile::readLineBlocks(int64_t fileSize, SWCharString& result)
             remaining -= static_cast<int64_t>(used);
             if (end) {
                 // Give back what was read beyond the line.
-                if (used != static_cast<size_t>(got) && os::fileSeek(m_fd, start + consumed, seekBegin) < 0)
-                    throwFromErrno(SFileException::readError);
+                if (used != static_cast<size_t>(got) && os::fileSeek(m_fd, start + consumed, seekBegin, err) < 0)
+                    throwFromErrno(SFileException::readError, err.crtNumber());
                 more = false;
             } else {
                 more = remaining > 0;
@@ -438,7 +439,7 @@ bool SFile::readLineBlocks(int64_t fileSize, SWCharString& result)
         }
     } catch (const std::bad_alloc&) {
         VARDO_ASSERT_TEXT("wholebuffer");
-        os::fileSeek(m_fd, start + consumed, seekBegin);
+        os::fileSeek(m_fd, start + consumed, seekBegin, err);
         throwNoMemory(SFileException::readError);
     }
     result = fileBytesToText(line.data(), line.size());
@@ -469,8 +470,8 @@ SWCharString SFile::readLineByteByByte()
             if (n == 0)
                 --budget;
         } while (remaining >= 1 && !sawLineFeed && budget > 0 && !eof());
-    } catch (const SFileException&) {
-        throwFromErrno(SFileException::readError);
+    } catch (const SFileException& e) {
+        throwFromErrno(SFileException::readError, e.getErrno());
     } catch (const std::bad_alloc&) {
         VARDO_ASSERT_TEXT("wholebuffer");
         throwNoMemory(SFileException::readError);

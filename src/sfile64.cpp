@@ -12,9 +12,10 @@ int64_t SFile::seekEx(int origin, int64_t offset) const
     VARDO_ASSERT(m_fd != -1);
     if (!m_bIsOpened)
         throwNotOpened(SFileException::seekError);
-    int64_t r = os::fileSeek(m_fd, offset, origin);
+    os::OsError err;
+    int64_t r = os::fileSeek(m_fd, offset, origin, err);
     if (r == -1)
-        throwFromErrno(SFileException::seekError);
+        throwFromErrno(SFileException::seekError, err.crtNumber());
     return r;
 }
 

@@ -3,6 +3,8 @@
 
 #include "vardo/sresstring.h"
 
+#include <cerrno>
+
 namespace Vardo400 {
 
 namespace {
@@ -53,9 +55,9 @@ SFileException::~SFileException() {}
 SFileException::DetailCodes SFileException::MapErrno(int errorNumber)
 {
     switch (errorNumber) {
-    case 2: return fileNotFound;   // ENOENT
-    case 12: return outOfMemory;   // ENOMEM
-    case 13: return accessDenied;  // EACCES
+    case ENOENT: return fileNotFound;
+    case ENOMEM: return outOfMemory;
+    case EACCES: return accessDenied;
     default: return otherError;
     }
 }

@@ -61,45 +61,51 @@ SFileLock::~SFileLock()
 SFileLock::ErrorCodes SFileLock::lock()
 {
     unsigned int attempts = 0;
-    unsigned int unchanged = 0;
+    // Consecutive polls that saw the same lock file, the one that first saw it included.
+    unsigned int sightings = 0;
     int64_t lastSeen = 0;
     bool staleRemoved = false;
+    os::OsError err;
     if (m_nMaxAttempts != 0) {
         do {
-            int fd = os::fileOpen(m_lockFile, kLockOpenFlags, kDenyNothing, kLockPermissions);
+            err.clear();
+            int fd = os::fileOpen(m_lockFile, kLockOpenFlags, kDenyNothing, kLockPermissions, err);
             if (fd != -1) {
-                os::fileClose(fd);
+                os::fileClose(fd, err);
                 m_bReleased = false;
                 int64_t created = 0;
-                if (os::fileStatCreationTime(m_lockFile, created) == 0)
+                if (os::fileStatCreationTime(m_lockFile, created, err) == 0)
                     m_nLockStamp = static_cast<uint32_t>(created);
                 return staleRemoved ? staleLockRemoved : success;
             }
-            if (errno != EEXIST)
+            // Only an existing lock file is worth waiting for; anything else (a directory
+            // in the way included) is reported at once.
+            if (err.crtNumber() != EEXIST)
                 return createFailed;
 
             int64_t created = 0;
-            if (os::fileStatCreationTime(m_lockFile, created) != 0) {
+            ++attempts;
+            if (os::fileStatCreationTime(m_lockFile, created, err) != 0) {
                 // Gone between the create and the status query: someone released it.
-                ++unchanged;
-                ++attempts;
+                ++sightings;
                 pollPause();
-            } else if (created != lastSeen) {
-                // A new holder: start counting again.
+                continue;
+            }
+            if (created != lastSeen || sightings == 0) {
+                // A new holder: start counting again, with this poll.
                 lastSeen = created;
-                unchanged = 0;
-                ++attempts;
-                pollPause();
-            } else if (++unchanged < m_nStalePolls) {
-                ++attempts;
-                pollPause();
+                sightings = 1;
             } else {
-                // Unchanged for the whole limit: the holder is presumed dead.
-                ++attempts;
+                ++sightings;
+            }
+            if (sightings >= m_nStalePolls) {
+                // Seen unchanged by the whole limit of polls: the holder is presumed dead.
                 if (ShouldTrace(0, __FILE__))
                     STrace("SFileLock::lockFile: Timeout waiting for file lock");
                 staleRemoved = true;
-                os::fileRemove(m_lockFile);
+                os::fileRemove(m_lockFile, err);
+            } else {
+                pollPause();
             }
         } while (attempts < m_nMaxAttempts);
     }
@@ -114,15 +120,16 @@ SFileLock::ErrorCodes SFileLock::unlock()
         m_bReleased = true;
         return success;
     }
+    os::OsError err;
     int64_t created = 0;
-    if (os::fileStatCreationTime(m_lockFile, created) != 0)
-        return errno == ENOENT ? notOwner : systemError;
+    if (os::fileStatCreationTime(m_lockFile, created, err) != 0)
+        return err.crtNumber() == ENOENT ? notOwner : systemError;
     if (m_nLockStamp != 0 && m_nLockStamp != static_cast<uint32_t>(created)) {
         // Someone else's lock file now: leave it alone.
         m_bReleased = true;
         return notOwner;
     }
-    if (os::fileRemove(m_lockFile) != 0)
+    if (os::fileRemove(m_lockFile, err) != 0)
         return systemError;
     m_bReleased = true;
     return success;

@@ -1,7 +1,8 @@
-// SSFileSearch: directory enumeration through the platform layer, wildcard matching here.
+// SSFileSearch: directory enumeration through the library's directory reader (dirwalk.h),
+// wildcard matching here.
 #include "vardo/sfilesearch.h"
 
-#include "os/os_fs.h"
+#include "dirwalk.h"
 
 namespace Vardo400 {
 
@@ -41,101 +42,68 @@ bool globMatch(const unsigned short* n, size_t nn, const unsigned short* p, size
     return j == pn;
 }
 
-bool isDots(const SWCharString& name)
-{
-    const unsigned int n = name.getLength();
-    const unsigned short* s = name.data();
-    return (n == 1 && s[0] == '.') || (n == 2 && s[0] == '.' && s[1] == '.');
-}
+const unsigned short kAll[] = {'*', '.', '*', 0};
 
 } // namespace
 
 struct SSFileSearch::Impl {
-    SWCharString m_dir;
-    SWCharString m_pattern;
-    os::FsDirHandle m_dirHandle;
-    os::FsDirEntry m_entry;
-    os::FsError m_error;
-    bool m_bHaveEntry = false;
+    Impl(const SWCharString& dir, const SWCharString& pattern) : m_reader(dir, pattern, true) {}
+    detail::DirReader m_reader;
 };
 
-SSFileSearch::SSFileSearch(const SWCharString& dir) : m_pImpl(std::make_unique<Impl>())
+SSFileSearch::SSFileSearch(const SWCharString& dir)
+    : m_pImpl(std::make_unique<Impl>(dir, SWCharString(kAll)))
 {
-    static const unsigned short kAll[] = {'*', '.', '*', 0};
-    m_pImpl->m_dir = dir;
-    m_pImpl->m_pattern = kAll;
-    m_pImpl->m_dirHandle = os::fsOpenDirectory(dir, m_pImpl->m_error);
 }
 
 SSFileSearch::SSFileSearch(const SWCharString& dir, const SWCharString& pattern)
-    : m_pImpl(std::make_unique<Impl>())
+    : m_pImpl(std::make_unique<Impl>(dir, pattern))
 {
-    m_pImpl->m_dir = dir;
-    m_pImpl->m_pattern = pattern;
-    m_pImpl->m_dirHandle = os::fsOpenDirectory(dir, m_pImpl->m_error);
 }
 
 SSFileSearch::~SSFileSearch() = default;
 
 bool SSFileSearch::next()
 {
-    Impl& d = *m_pImpl;
-    d.m_bHaveEntry = false;
-    if (!d.m_dirHandle)
-        return false;
-    while (os::fsReadDirectory(*d.m_dirHandle, d.m_entry, d.m_error)) {
-        if (isDots(d.m_entry.name) || !Matches(d.m_entry.name, d.m_pattern))
-            continue;
-        d.m_bHaveEntry = true;
-        return true;
-    }
-    // At the end (or after a failure) the directory is released at once.
-    d.m_dirHandle.reset();
-    return false;
+    return m_pImpl->m_reader.next();
 }
 
 const SWCharString& SSFileSearch::getName() const
 {
-    return m_pImpl->m_entry.name;
+    return m_pImpl->m_reader.entry().name;
 }
 
 SWCharString SSFileSearch::getPath() const
 {
-    SWCharString path = m_pImpl->m_dir;
-    const unsigned short sep = os::fsSeparator();
-    const unsigned int n = path.getLength();
-    if (n > 0 && path.data()[n - 1] != sep && !(sep == '\\' && path.data()[n - 1] == '/'))
-        path += SWChar(sep);
-    path += m_pImpl->m_entry.name;
-    return path;
+    return m_pImpl->m_reader.path();
 }
 
-bool SSFileSearch::isDirectory() const { return m_pImpl->m_entry.info.isDir; }
-bool SSFileSearch::isFile() const { return m_pImpl->m_entry.info.isFile; }
-bool SSFileSearch::isLink() const { return m_pImpl->m_entry.info.isLink; }
-int64_t SSFileSearch::getSize() const { return m_pImpl->m_entry.info.size; }
+bool SSFileSearch::isDirectory() const { return m_pImpl->m_reader.entry().info.isDir; }
+bool SSFileSearch::isFile() const { return m_pImpl->m_reader.entry().info.isFile; }
+bool SSFileSearch::isLink() const { return m_pImpl->m_reader.entry().info.isLink; }
+int64_t SSFileSearch::getSize() const { return m_pImpl->m_reader.entry().info.size; }
 
 SDateTime SSFileSearch::getLastModified() const
 {
-    if (!m_pImpl->m_bHaveEntry)
+    if (!m_pImpl->m_reader.haveEntry())
         return SDateTime();
-    return SDateTime::fromUnixMillis(m_pImpl->m_entry.info.mtimeMs);
+    return SDateTime::fromUnixMillis(m_pImpl->m_reader.entry().info.mtimeMs);
 }
 
-uint32_t SSFileSearch::getAttributes() const { return m_pImpl->m_entry.info.attributes; }
+uint32_t SSFileSearch::getAttributes() const { return m_pImpl->m_reader.entry().info.attributes; }
 
-bool SSFileSearch::failed() const { return m_pImpl->m_error.isSet(); }
+bool SSFileSearch::failed() const { return m_pImpl->m_reader.failed(); }
 
-int SSFileSearch::getErrorNumber() const { return m_pImpl->m_error.number; }
+int SSFileSearch::getErrorNumber() const { return m_pImpl->m_reader.error().number; }
 
 bool SSFileSearch::isWin32Error() const
 {
-    return m_pImpl->m_error.kind == os::FsError::win32;
+    return m_pImpl->m_reader.error().kind == os::OsError::win32;
 }
 
 SWCharString SSFileSearch::getErrorText() const
 {
-    return os::fsErrorText(m_pImpl->m_error);
+    return os::errorText(m_pImpl->m_reader.error());
 }
 
 bool SSFileSearch::Matches(const SWCharString& name, const SWCharString& pattern)

@@ -1,14 +1,15 @@
-// SFileSys, SFileSysException and the path helpers. The system calls live in the
-// platform layer (os/os_fs.h); existence tests, recursion, unique names, error
-// classification and messages are stated here once for both platforms.
+// SFileSys: the file-system operations by name. The system calls live in the platform
+// layer (os/os_fs.h) and every walk over a tree goes through the walker of dirwalk.h;
+// existence tests, unique names, error classification and messages are stated here once
+// for both platforms. SFileSysException lives in sfilesysexception.cpp, the path-text
+// helpers in spath.cpp.
 #include "vardo/sfilesys.h"
 
 #include "vardo/csiprocess.h"
 #include "vardo/sfile.h"
-#include "vardo/sfilesearch.h"
-#include "vardo/sresstring.h"
 #include "vardo/strace.h"
 
+#include "dirwalk.h"
 #include "os/os_fs.h"
 
 #include <atomic>
@@ -16,48 +17,29 @@
 
 namespace Vardo400 {
 
+using detail::DirVisitor;
+using detail::WalkEntry;
+using detail::WalkFailure;
+using detail::endsWithSep;
+using detail::isSep;
+using detail::withSep;
+
 namespace {
 
 // ---- texts ------------------------------------------------------------------------------
-
-const char* const kTemplates[] = {
-    "System is out of memory.",
-    "Fail to create directory structure in file system operation on file %1.  Reason given: %2",
-    "File not found",
-    "Fail to get file attributes from operating system in file system operation on file %1.  Reason given: %2",
-    "Failed to remove the file %1 in a file system operation. Please check access rights or for a sharing violation.  Reason: %2",
-    "Failed to copy the file %1 to %2 in file system operation. Please check access rights. Reason given: %3",
-    "The file %1 does not exist.  File system operation failed. Reason give: %2",
-    "Fail to get status of file from operating system in file system operation on file %1.  Reason given: %2",
-    "Failed to remove the file %1 in a file system operation. Please check access rights or for a sharing violation.  Reason: %2",
-    "Fail to set file attributes in file system operation on file %1.  Reason given: %2",
-    "Failed to determine the size of the file %1 in file system operation. Reason: %2",
-    "Failed to generate a unique filename in dir %1. Reason: %2",
-    "Failed to retrieve disk statistics from %1. Reason: %2",
-    "Failed to rename %1 to %2. Reason: %3",
-    "Unknown error in file system operation on file %1. Reason: %2",
-    "Failed to set current directory to %1.  Reason: %2",
-    "Failed to change ownership to %1.  Reason: %2",
-};
-const int kTemplateCount = (int)(sizeof kTemplates / sizeof kTemplates[0]);
-const int kUnknownTemplate = 14;
 
 const char kTooBig[] = "Size of file exceeds 4 GBytes.";
 const char kNoDiskFreeCall[] =
     "The operating system's call has failed.  Please contact your system administrator.";
 const char kDirsNotImplemented[] = "Not implemented for directories";
 const char kPermissionDirs[] = "HasOwnerPermission is not implemented for directories";
+const unsigned short kAllEntries[] = {'*', '.', '*', 0};
 
 typedef SFileSysException X;
 
 SWCharString ascii(const char* s)
 {
-    SWCharString r;
-    unsigned int n = 0;
-    while (s[n])
-        ++n;
-    r.concatFromAscii(s, n);
-    return r;
+    return detail::asciiText(s);
 }
 
 SWCharString hex(uint64_t v)
@@ -81,43 +63,17 @@ unsigned short sep()
     return os::fsSeparator();
 }
 
-// The separators of a path for the platform: its own, and "/" as well where the own one
-// is the backslash.
-bool isSep(unsigned short c, unsigned short separator)
-{
-    return c == separator || (separator == '\\' && c == '/');
-}
-
-bool isSep(unsigned short c)
-{
-    return isSep(c, sep());
-}
-
-bool endsWithSep(const SWCharString& s)
-{
-    const unsigned int n = s.getLength();
-    return n > 0 && isSep(s.data()[n - 1]);
-}
-
-SWCharString withSep(const SWCharString& dir)
-{
-    SWCharString r = dir;
-    if (!endsWithSep(r))
-        r += SWChar(sep());
-    return r;
-}
-
 bool isLetter(unsigned short c)
 {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-X::ErrorReasons reasonOf(const os::FsError& err)
+X::ErrorReasons reasonOf(const os::OsError& err)
 {
     switch (err.kind) {
-    case os::FsError::crt:
+    case os::OsError::crt:
         return X::mapErrno(err.number);
-    case os::FsError::win32:
+    case os::OsError::win32:
         return X::mapError((uint32_t)err.number);
     default:
         return X::reasonOther;
@@ -125,9 +81,9 @@ X::ErrorReasons reasonOf(const os::FsError& err)
 }
 
 [[noreturn]] void throwOs(X::ErrorCodes code, const char* operation, const SWCharString& file,
-                          const os::FsError& err, const SWCharString& second = SWCharString())
+                          const os::OsError& err, const SWCharString& second = SWCharString())
 {
-    throw X(code, reasonOf(err), file, os::fsErrorText(err), second, ascii(operation));
+    throw X(code, reasonOf(err), file, os::errorText(err), second, ascii(operation));
 }
 
 [[noreturn]] void throwText(X::ErrorCodes code, X::ErrorReasons reason, const char* operation,
@@ -136,12 +92,22 @@ X::ErrorReasons reasonOf(const os::FsError& err)
     throw X(code, reason, file, ascii(text), SWCharString(), ascii(operation));
 }
 
+// The status of path (links followed), or the exception code throws.
+os::FsInfo statOrThrow(const SWCharString& path, X::ErrorCodes code, const char* operation)
+{
+    os::FsInfo info;
+    os::OsError err;
+    if (!os::fsStat(path, info, err))
+        throwOs(code, operation, path, err);
+    return info;
+}
+
 // The text of a C run-time error number, whatever the platform's own numbering.
 SWCharString crtText(int e)
 {
-    os::FsError err;
+    os::OsError err;
     err.setCrt(e);
-    return os::fsErrorText(err);
+    return os::errorText(err);
 }
 
 void trace(const char* text)
@@ -150,176 +116,203 @@ void trace(const char* text)
         STrace(text);
 }
 
-// ---- recursion helpers --------------------------------------------------------------------
+// ---- the walks ----------------------------------------------------------------------------
 
-// The first failure of a recursive walk.
-struct Failure {
-    bool m_bFailed = false;
-    os::FsError m_error;
-    SWCharString m_name;
-    SWCharString m_second;
-
-    void record(const os::FsError& err, const SWCharString& name,
-                const SWCharString& second = SWCharString())
+// Removes what a tree holds, directories after their contents. Goes on past failures;
+// the first is kept. A link is removed as itself, never walked into.
+class RemoveVisitor : public DirVisitor {
+public:
+    Step visit(const WalkEntry& e) override
     {
-        if (m_bFailed)
-            return;
-        m_bFailed = true;
-        m_error = err;
-        m_name = name;
-        m_second = second;
+        os::OsError err;
+        if (!os::fsMakeRemovable(e.path, err)) {
+            failure.record(err, e.path);
+            return goOn;
+        }
+        if (e.isRealDirectory())
+            return descend;
+        if (!os::fsRemoveFile(e.path, err)) {
+            // A reparse point standing for a directory goes with the directory call.
+            os::OsError dirErr;
+            if (!(e.isLink() && os::fsRemoveDirectory(e.path, dirErr)))
+                failure.record(err, e.path);
+        }
+        return goOn;
     }
-};
-
-void searchFailure(const SSFileSearch& s, os::FsError& err)
-{
-    if (s.isWin32Error())
-        err.setWin32(s.getErrorNumber());
-    else
-        err.setCrt(s.getErrorNumber());
-}
-
-bool isDots(const SWCharString& name)
-{
-    const unsigned int n = name.getLength();
-    const unsigned short* s = name.data();
-    return (n == 1 && s[0] == '.') || (n == 2 && s[0] == '.' && s[1] == '.');
-}
-
-// Removes what dir holds, and dir itself when removeSelf is set. Goes on past failures;
-// the first is kept.
-void rremoveHelper(const SWCharString& dir, bool removeSelf, Failure& failure)
-{
-    os::FsError err;
+    bool leave(const SWCharString& dir, const SWCharString&) override
     {
-        SSFileSearch search(dir);
-        while (search.next()) {
-            if (isDots(search.getName()))
-                continue;
-            const SWCharString path = search.getPath();
-            err.clear();
-            if (!os::fsMakeRemovable(path, err)) {
-                failure.record(err, path);
-                continue;
-            }
-            if (search.isDirectory() && !search.isLink()) {
-                rremoveHelper(path, true, failure);
-            } else if (!os::fsRemoveFile(path, err)) {
-                // A reparse point standing for a directory goes with the directory call.
-                os::FsError dirErr;
-                if (!(search.isLink() && os::fsRemoveDirectory(path, dirErr)))
-                    failure.record(err, path);
-            }
-        }
-        if (search.failed()) {
-            searchFailure(search, err);
-            failure.record(err, dir);
-        }
-    }
-    if (removeSelf) {
-        err.clear();
+        os::OsError err;
         if (!os::fsRemoveDirectory(dir, err))
             failure.record(err, dir);
+        return true;
     }
-}
-
-// Adds up the sizes of the files of a tree; false (failure set) when a directory cannot
-// be read or, for the 32-bit form, when the total passes 32 bits.
-bool rsizeHelper(const SWCharString& dir, int64_t& total, bool wide, Failure& failure,
-                 bool& tooBig)
-{
-    SSFileSearch search(dir);
-    while (search.next()) {
-        if (isDots(search.getName()))
-            continue;
-        if (search.isDirectory()) {
-            if (!search.isLink() && !rsizeHelper(search.getPath(), total, wide, failure, tooBig))
-                return false;
-            continue;
-        }
-        total += search.getSize();
-        if (!wide && total > (int64_t)0xFFFFFFFFu) {
-            tooBig = true;
-            return false;
-        }
-    }
-    if (search.failed()) {
-        os::FsError err;
-        searchFailure(search, err);
+    void readFailed(const SWCharString& dir, const SWCharString&, const os::OsError& err) override
+    {
         failure.record(err, dir);
-        return false;
     }
-    return true;
+    bool goesOnPastFailures() const override { return true; }
+};
+
+// Adds up the sizes of a tree's files (a link to a file counts its target's size).
+class SizeVisitor : public DirVisitor {
+public:
+    explicit SizeVisitor(bool wide) : m_bWide(wide) {}
+    Step visit(const WalkEntry& e) override
+    {
+        if (e.info().isDir)
+            return descend;
+        m_total += e.info().size;
+        if (!m_bWide && m_total > (int64_t)0xFFFFFFFFu) {
+            m_bTooBig = true;
+            return stop;
+        }
+        return goOn;
+    }
+    const bool m_bWide;
+    int64_t m_total = 0;
+    bool m_bTooBig = false;
+};
+
+// Counts a tree's files, and its directories too when asked (a link to a directory
+// counts as one entry).
+class CountVisitor : public DirVisitor {
+public:
+    explicit CountVisitor(bool all) : m_bAll(all) {}
+    Step visit(const WalkEntry& e) override
+    {
+        if (!e.info().isDir) {
+            ++m_count;
+            return goOn;
+        }
+        if (m_bAll)
+            ++m_count;
+        return descend;
+    }
+    const bool m_bAll;
+    uint32_t m_count = 0;
+};
+
+// Copies a tree below source into target (both end with a separator); stops at the first
+// failure, recorded with the source and target names. Links to directories are not
+// copied; a link to a file is copied as the file's contents.
+class CopyVisitor : public DirVisitor {
+public:
+    CopyVisitor(const SWCharString& target, bool overwrite)
+        : m_target(target), m_bOverwrite(overwrite) {}
+    Step visit(const WalkEntry& e) override
+    {
+        SWCharString to = m_target;
+        to += e.relative;
+        os::OsError err;
+        if (e.info().isDir) {
+            if (e.isLink())
+                return goOn;
+            os::FsInfo info;
+            if (!os::fsStat(to, info, err)) {
+                err.clear();
+                if (!os::fsMakeDirectory(to, -1, err)) {
+                    failure.record(err, withSep(e.path), withSep(to));
+                    return stop;
+                }
+            }
+            return descend;
+        }
+        if (!os::fsCopyFile(e.path, to, m_bOverwrite, err)) {
+            failure.record(err, e.path, to);
+            return stop;
+        }
+        return goOn;
+    }
+    void readFailed(const SWCharString& dir, const SWCharString& relative,
+                    const os::OsError& err) override
+    {
+        SWCharString to = m_target;
+        to += relative;
+        failure.record(err, withSep(dir), withSep(to));
+    }
+    const SWCharString m_target;
+    const bool m_bOverwrite;
+};
+
+// Widens the permissions of every entry of a tree that is not a link; throws at the first
+// failure.
+void giveAccessHelper(const SWCharString& path, uint32_t bits, bool recursive);
+
+class AccessVisitor : public DirVisitor {
+public:
+    explicit AccessVisitor(uint32_t bits) : m_bits(bits) {}
+    Step visit(const WalkEntry& e) override
+    {
+        if (e.isLink())
+            return goOn;
+        giveAccessHelper(e.path, m_bits, false);
+        return descend;
+    }
+    void readFailed(const SWCharString& dir, const SWCharString&, const os::OsError& err) override
+    {
+        throwOs(X::setAttributesFailed, "giveAccessHelper", dir, err);
+    }
+    const uint32_t m_bits;
+};
+
+void giveAccessHelper(const SWCharString& path, uint32_t bits, bool recursive)
+{
+    const os::FsInfo info = statOrThrow(path, X::fileDoesNotExist, "giveAccessHelper");
+    os::OsError err;
+    if (!os::fsSetMode(path, info.mode | bits, err))
+        throwOs(X::setAttributesFailed, "giveAccessHelper", path, err);
+    if (!recursive || !info.isDir)
+        return;
+    AccessVisitor visitor(bits);
+    detail::walkDirectory(path, SWCharString(kAllEntries), visitor);
 }
 
-bool countHelper(const SWCharString& dir, bool all, uint32_t& count, Failure& failure)
-{
-    SSFileSearch search(dir);
-    while (search.next()) {
-        if (isDots(search.getName()))
-            continue;
-        if (search.isDirectory()) {
-            if (all)
-                ++count;
-            if (!search.isLink() && !countHelper(search.getPath(), all, count, failure))
-                return false;
-        } else {
-            ++count;
+// Removes the files (not directories) of one directory that match a pattern.
+class RemoveContentVisitor : public DirVisitor {
+public:
+    RemoveContentVisitor(const char* op, int64_t& removed) : m_op(op), m_removed(removed) {}
+    Step visit(const WalkEntry& e) override
+    {
+        if (e.info().isDir)
+            return goOn;
+        const int64_t bytes = e.isLink() ? 0 : e.info().size;
+        os::OsError err;
+        if (os::fsRemoveFile(e.path, err)) {
+            m_removed += bytes;
+        } else if (ShouldTrace(0, __FILE__)) {
+            STrace("SFileSys::removeContent: Can't remove file %s. Reason: %s", e.path,
+                   os::errorText(err));
         }
+        return goOn;
     }
-    if (search.failed()) {
-        os::FsError err;
-        searchFailure(search, err);
-        failure.record(err, dir);
-        return false;
+    void readFailed(const SWCharString& dir, const SWCharString&, const os::OsError& err) override
+    {
+        throwOs(X::recursiveRemoveFailed, m_op, dir, err);
     }
-    return true;
-}
+    const char* const m_op;
+    int64_t& m_removed;   // the caller's total, which keeps what went before a failure
+};
 
-// Copies the tree below source (both paths end with a separator) into target; stops at
-// the first failure, which is recorded with the source and target names.
-bool copyFileHelper(const SWCharString& source, const SWCharString& target, bool overwrite,
-                    Failure& failure)
-{
-    os::FsError err;
-    os::FsInfo info;
-    if (!os::fsStat(target, info, err)) {
-        err.clear();
-        if (!os::fsMakeDirectory(target, -1, err)) {
-            failure.record(err, source, target);
-            return false;
-        }
+// The entries of one directory that match a pattern, as FileProp.
+class ListingVisitor : public DirVisitor {
+public:
+    explicit ListingVisitor(SIArray<FileProp>& props) : m_props(props) {}
+    Step visit(const WalkEntry& e) override
+    {
+        FileProp prop;
+        prop.m_name = e.name();
+        prop.m_nSize = e.info().size;
+        prop.m_lastModified = SDateTime::fromUnixMillis(e.info().mtimeMs);
+        prop.m_nAttributes = e.info().attributes;
+        m_props.push_back(prop);
+        return goOn;
     }
-    SSFileSearch search(source);
-    while (search.next()) {
-        const SWCharString& name = search.getName();
-        if (isDots(name))
-            continue;
-        SWCharString from = source;
-        from += name;
-        SWCharString to = target;
-        to += name;
-        if (search.isDirectory()) {
-            // A link to a directory is not followed: the tree could contain itself.
-            if (search.isLink())
-                continue;
-            if (!copyFileHelper(withSep(from), withSep(to), overwrite, failure))
-                return false;
-            continue;
-        }
-        err.clear();
-        if (!os::fsCopyFile(from, to, overwrite, err)) {
-            failure.record(err, from, to);
-            return false;
-        }
+    void readFailed(const SWCharString& dir, const SWCharString&, const os::OsError& err) override
+    {
+        throwOs(X::getAttributesFailed, "listing", dir, err);
     }
-    if (search.failed()) {
-        searchFailure(search, err);
-        failure.record(err, source, target);
-        return false;
-    }
-    return true;
-}
+    SIArray<FileProp>& m_props;
+};
 
 bool sameOrInside(const SWCharString& inner, const SWCharString& outer)
 {
@@ -333,34 +326,9 @@ bool sameOrInside(const SWCharString& inner, const SWCharString& outer)
     return head.compareBinary(outer) == 0;
 }
 
-void giveAccessHelper(const SWCharString& path, uint32_t bits, bool recursive)
-{
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::fileDoesNotExist, "giveAccessHelper", path, err);
-    if (!os::fsSetMode(path, info.mode | bits, err))
-        throwOs(X::setAttributesFailed, "giveAccessHelper", path, err);
-    if (!recursive || !info.isDir)
-        return;
-    SSFileSearch search(path);
-    while (search.next()) {
-        if (isDots(search.getName()) || search.isLink())
-            continue;
-        giveAccessHelper(search.getPath(), bits, true);
-    }
-    if (search.failed()) {
-        searchFailure(search, err);
-        throwOs(X::setAttributesFailed, "giveAccessHelper", path, err);
-    }
-}
-
 bool hasOwnerPermissionHelper(const SWCharString& path, uint32_t bit)
 {
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::getStatusFailed, "HasOwnerPermissionHelper", path, err);
+    const os::FsInfo info = statOrThrow(path, X::getStatusFailed, "HasOwnerPermissionHelper");
     if (info.isDir)
         throwText(X::getStatusFailed, X::reasonInvalidArgument, "HasOwnerPermissionHelper", path,
                   kPermissionDirs);
@@ -373,7 +341,7 @@ SWCharString getUniqueFilenameHelper(const SWCharString& dir, const SWCharString
 {
     const char* const op = "getUniqueFilenameHelper";
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     if (!dir.isEmpty() && os::fsStat(dir, info, err) && !info.isDir)
         throw X(X::uniqueNameFailed, X::reasonInvalidArgument, dir, crtText(20), SWCharString(),
                 ascii(op));
@@ -434,121 +402,13 @@ SWCharString getUniqueFilenameHelper(const SWCharString& dir, const SWCharString
 void removeContentHelper(const SWCharString& dir, const SWCharString& pattern, int64_t& removed,
                          const char* op)
 {
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, op, dir, err);
+    statOrThrow(dir, X::fileDoesNotExist, op);
     removed = 0;
-    SSFileSearch search(dir, pattern);
-    while (search.next()) {
-        if (search.isDirectory() || isDots(search.getName()))
-            continue;
-        const int64_t bytes = search.isLink() ? 0 : search.getSize();
-        const SWCharString path = search.getPath();
-        err.clear();
-        if (os::fsRemoveFile(path, err)) {
-            removed += bytes;
-        } else if (ShouldTrace(0, __FILE__)) {
-            STrace("SFileSys::removeContent: Can't remove file %s. Reason: %s", path,
-                   os::fsErrorText(err));
-        }
-    }
-    if (search.failed()) {
-        searchFailure(search, err);
-        throwOs(X::recursiveRemoveFailed, op, dir, err);
-    }
+    RemoveContentVisitor visitor(op, removed);
+    detail::walkDirectory(dir, pattern, visitor);
 }
 
 } // namespace
-
-// ---- SFileSysException --------------------------------------------------------------------
-
-SFileSysException::SFileSysException()
-    : m_errorCode(X::unknownError), m_errorReason(X::reasonOther)
-{
-}
-
-SFileSysException::SFileSysException(ErrorCodes code, ErrorReasons errorReason,
-                                     const SWCharString& file, const SWCharString& reasonText,
-                                     const SWCharString& secondFile, const SWCharString& operation)
-    : m_errorCode(code), m_reasonText(reasonText), m_file(file), m_secondFile(secondFile),
-      m_operation(operation), m_errorReason(errorReason)
-{
-}
-
-SFileSysException::SFileSysException(const SFileSysException& e) = default;
-SFileSysException& SFileSysException::operator=(const SFileSysException& e) = default;
-SFileSysException::~SFileSysException() = default;
-
-SFileSysException::ErrorReasons SFileSysException::mapErrno(int errorNumber)
-{
-    switch (errorNumber) {
-    case 12:
-        return X::reasonOutOfMemory;
-    case 2:
-        return X::reasonNotFound;
-    case 22:
-    case 38:
-        return X::reasonInvalidArgument;
-    case 1:
-    case 13:
-        return X::reasonAccessDenied;
-    case 28:
-        return X::reasonDiskFull;
-    case 17:
-        return X::reasonAlreadyExists;
-    default:
-        // 38 is the Windows run-time's ENAMETOOLONG; give the platform's own number the
-        // same class.
-        if (errorNumber == ENAMETOOLONG)
-            return X::reasonInvalidArgument;
-        return X::reasonOther;
-    }
-}
-
-SFileSysException::ErrorReasons SFileSysException::mapError(uint32_t win32Error)
-{
-    switch (win32Error) {
-    case 1816:
-        return X::reasonOutOfMemory;
-    case 2:
-    case 3:
-    case 15:
-    case 18:
-    case 53:
-    case 67:
-    case 161:
-    case 206:
-        return X::reasonNotFound;
-    case 5:
-    case 32:
-        return X::reasonAccessDenied;
-    case 112:
-        return X::reasonDiskFull;
-    default:
-        return X::reasonOther;
-    }
-}
-
-SWCharString SFileSysException::toString() const
-{
-    const int code = (int)m_errorCode;
-    const int index = (code >= 0 && code < kTemplateCount) ? code : kUnknownTemplate;
-    SResString text(kTemplates[index]);
-    text << m_file;
-    if (code == X::copyFailed || code == X::renameFailed)
-        text << m_secondFile;
-    text << m_reasonText;
-    return text.format();
-}
-
-SWCharString SFileSysException::summary() const
-{
-    SWCharString s = toString();
-    s += ascii(", ");
-    s += m_operation;
-    return s;
-}
 
 // ---- SFileSys: tests ----------------------------------------------------------------------
 
@@ -560,21 +420,21 @@ unsigned short SFileSys::getSeparator()
 bool SFileSys::exists(const SWCharString& path)
 {
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     return os::fsStat(path, info, err) || os::fsLinkStat(path, info, err);
 }
 
 bool SFileSys::isFile(const SWCharString& path)
 {
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     return os::fsStat(path, info, err) && !info.isDir;
 }
 
 bool SFileSys::isDir(const SWCharString& path)
 {
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     if (!os::fsStat(path, info, err)) {
         if (ShouldTrace(0, __FILE__))
             STrace("Failed to get file attribute for file: %s, error: %d", path, err.number);
@@ -612,7 +472,7 @@ bool SFileSys::isUNCPath(const SWCharString& path)
 
 void SFileSys::makeDirectory(const SWCharString& path, int permissions)
 {
-    os::FsError err;
+    os::OsError err;
     if (!os::fsMakeDirectory(path, permissions == defaultPermissions ? -1 : permissions, err))
         throwOs(X::createDirectoryFailed, "makeDirectory", path, err);
 }
@@ -636,7 +496,7 @@ void SFileSys::makeDirectories(const SWCharString& path, int permissions)
                 ++seen;
         const SWCharString share = p.left(i > 0 ? i - 1 : 0);
         os::FsInfo info;
-        os::FsError err;
+        os::OsError err;
         if (seen < 3 || !os::fsStat(share, info, err)) {
             if (!err.isSet())
                 err.setCrt(ENOENT);
@@ -653,12 +513,12 @@ void SFileSys::makeDirectories(const SWCharString& path, int permissions)
             continue;   // "X:" is a drive, not a directory
         if (exists(prefix))
             continue;
-        os::FsError err;
+        os::OsError err;
         if (!os::fsMakeDirectory(prefix, permissions == defaultPermissions ? -1 : permissions,
                                  err)) {
             // Someone else may have made it meanwhile.
             os::FsInfo info;
-            os::FsError statErr;
+            os::OsError statErr;
             if (os::fsStat(prefix, info, statErr) && info.isDir)
                 continue;
             throwOs(X::createDirectoryFailed, "makeDirectory", prefix, err);
@@ -668,7 +528,7 @@ void SFileSys::makeDirectories(const SWCharString& path, int permissions)
 
 void SFileSys::setCurrentDirectory(const SWCharString& path)
 {
-    os::FsError err;
+    os::OsError err;
     if (!os::fsSetCurrentDirectory(path, err))
         throwOs(X::setCurrentDirectoryFailed, "setCurrentDirectory", path, err);
 }
@@ -676,7 +536,7 @@ void SFileSys::setCurrentDirectory(const SWCharString& path)
 SWCharString SFileSys::getCurrentDirectory()
 {
     SWCharString dir;
-    os::FsError err;
+    os::OsError err;
     if (!os::fsGetCurrentDirectory(dir, err))
         throwOs(X::unknownError, "getCurrentDirectory", SWCharString(), err);
     return dir;
@@ -685,7 +545,7 @@ SWCharString SFileSys::getCurrentDirectory()
 SWCharString SFileSys::getFullPath(const SWCharString& path)
 {
     SWCharString full;
-    os::FsError err;
+    os::OsError err;
     if (!os::fsFullPath(path, full, err))
         throwOs(X::unknownError, "getFullPath", path, err);
     return full;
@@ -696,7 +556,7 @@ SWCharString SFileSys::getFullPath(const SWCharString& path)
 void SFileSys::remove(const SWCharString& path)
 {
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     if (!os::fsLinkStat(path, info, err))
         throwOs(X::fileDoesNotExist, "remove", path, err);
     if (!os::fsRemoveFile(path, err))
@@ -708,7 +568,7 @@ namespace {
 void rremoveImpl(const SWCharString& dir, bool removeSelf, const char* op)
 {
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     if (!os::fsLinkStat(dir, info, err))
         throwOs(X::fileDoesNotExist, op, dir, err);
     if (!info.isDir || (info.isLink && removeSelf)) {
@@ -724,10 +584,12 @@ void rremoveImpl(const SWCharString& dir, bool removeSelf, const char* op)
     }
     if (!os::fsMakeRemovable(dir, err))
         throwOs(X::recursiveRemoveFailed, op, dir, err);
-    Failure failure;
-    rremoveHelper(dir, removeSelf, failure);
-    if (failure.m_bFailed)
-        throwOs(X::recursiveRemoveFailed, op, failure.m_name, failure.m_error);
+    RemoveVisitor visitor;
+    detail::walkDirectory(dir, SWCharString(kAllEntries), visitor);
+    if (removeSelf)
+        visitor.leave(dir, SWCharString());
+    if (visitor.failure.m_bFailed)
+        throwOs(X::recursiveRemoveFailed, op, visitor.failure.m_name, visitor.failure.m_error);
 }
 
 } // namespace
@@ -766,10 +628,7 @@ void SFileSys::removeContentEx(const SWCharString& dir, const SWCharString& patt
 
 uint32_t SFileSys::size(const SWCharString& path)
 {
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::sizeFailed, "size", path, err);
+    const os::FsInfo info = statOrThrow(path, X::sizeFailed, "size");
     if (info.size > (int64_t)0xFFFFFFFFu)
         throwText(X::sizeFailed, X::reasonOther, "size", path, kTooBig);
     return (uint32_t)info.size;
@@ -777,48 +636,35 @@ uint32_t SFileSys::size(const SWCharString& path)
 
 int64_t SFileSys::sizeEx(const SWCharString& path)
 {
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::sizeFailed, "sizeEx", path, err);
-    return info.size;
+    return statOrThrow(path, X::sizeFailed, "sizeEx").size;
 }
 
 namespace {
 
 int64_t rsizeImpl(const SWCharString& dir, bool wide, const char* op)
 {
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, op, dir, err);
+    const os::FsInfo info = statOrThrow(dir, X::fileDoesNotExist, op);
     if (!info.isDir) {
         if (!wide && info.size > (int64_t)0xFFFFFFFFu)
             throwText(X::sizeFailed, X::reasonOther, op, dir, kTooBig);
         return info.size;
     }
-    int64_t total = 0;
-    Failure failure;
-    bool tooBig = false;
-    if (!rsizeHelper(dir, total, wide, failure, tooBig)) {
-        if (tooBig)
+    SizeVisitor visitor(wide);
+    if (!detail::walkDirectory(dir, SWCharString(kAllEntries), visitor)) {
+        if (visitor.m_bTooBig)
             throwText(X::sizeFailed, X::reasonOther, op, dir, kTooBig);
-        throwOs(X::sizeFailed, op, failure.m_name, failure.m_error);
+        throwOs(X::sizeFailed, op, visitor.failure.m_name, visitor.failure.m_error);
     }
-    return total;
+    return visitor.m_total;
 }
 
 uint32_t countImpl(const SWCharString& dir, bool all, const char* op)
 {
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, op, dir, err);
-    uint32_t count = 0;
-    Failure failure;
-    if (!countHelper(dir, all, count, failure))
-        throwOs(X::getAttributesFailed, op, failure.m_name, failure.m_error);
-    return count;
+    statOrThrow(dir, X::fileDoesNotExist, op);
+    CountVisitor visitor(all);
+    if (!detail::walkDirectory(dir, SWCharString(kAllEntries), visitor))
+        throwOs(X::getAttributesFailed, op, visitor.failure.m_name, visitor.failure.m_error);
+    return visitor.m_count;
 }
 
 } // namespace
@@ -847,25 +693,9 @@ void SFileSys::listing(const SWCharString& dir, const SWCharString& pattern,
                        SIArray<FileProp>& props)
 {
     props.clear();
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(dir, info, err))
-        throwOs(X::fileDoesNotExist, "listing", dir, err);
-    SSFileSearch search(dir, pattern);
-    while (search.next()) {
-        if (isDots(search.getName()))
-            continue;
-        FileProp prop;
-        prop.m_name = search.getName();
-        prop.m_nSize = search.getSize();
-        prop.m_lastModified = search.getLastModified();
-        prop.m_nAttributes = search.getAttributes();
-        props.push_back(prop);
-    }
-    if (search.failed()) {
-        searchFailure(search, err);
-        throwOs(X::getAttributesFailed, "listing", dir, err);
-    }
+    statOrThrow(dir, X::fileDoesNotExist, "listing");
+    ListingVisitor visitor(props);
+    detail::walkDirectory(dir, pattern, visitor);
 }
 
 // ---- SFileSys: copying and renaming -------------------------------------------------------------
@@ -874,7 +704,7 @@ void SFileSys::copyFile(const SWCharString& source, const SWCharString& target, 
 {
     const char* const op = "copyFile";
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     if (!os::fsStat(source, info, err))
         throw X(X::fileNotFound, X::reasonNotFound, source, crtText(2), target, ascii(op));
 
@@ -899,15 +729,16 @@ void SFileSys::copyFile(const SWCharString& source, const SWCharString& target, 
         throwOs(X::copyFailed, op, source, err, target);
     }
     makeDirectories(to, defaultPermissions);
-    Failure failure;
-    if (!copyFileHelper(from, to, overwrite, failure))
-        throwOs(X::copyFailed, op, failure.m_name, failure.m_error, failure.m_second);
+    CopyVisitor visitor(to, overwrite);
+    if (!detail::walkDirectory(from, SWCharString(kAllEntries), visitor))
+        throwOs(X::copyFailed, op, visitor.failure.m_name, visitor.failure.m_error,
+                visitor.failure.m_second);
 }
 
 void SFileSys::renameFile(const SWCharString& from, const SWCharString& to)
 {
     os::FsInfo info;
-    os::FsError err;
+    os::OsError err;
     if (os::fsStat(from, info, err) && info.isDir) {
         VARDO_ASSERT_TEXT("SFileSys::renameFile: Directory rename not supported");
         return;
@@ -921,20 +752,14 @@ void SFileSys::renameFile(const SWCharString& from, const SWCharString& to)
 
 SDateTime SFileSys::getLastModifiedTime(const SWCharString& path)
 {
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::getStatusFailed, "getLastModifiedTime", path, err);
-    return SDateTime::fromUnixMillis(info.mtimeMs);
+    return SDateTime::fromUnixMillis(statOrThrow(path, X::getStatusFailed, "getLastModifiedTime").mtimeMs);
 }
 
 void SFileSys::setLastModifiedTime(const SWCharString& path, const SDateTime& time)
 {
     const char* const op = "setLastModifiedTime";
-    os::FsInfo info;
-    os::FsError err;
-    if (!os::fsStat(path, info, err))
-        throwOs(X::setAttributesFailed, op, path, err);
+    const os::FsInfo info = statOrThrow(path, X::setAttributesFailed, op);
+    os::OsError err;
     if (info.isDir)
         throwText(X::setAttributesFailed, X::reasonInvalidArgument, op, path, kDirsNotImplemented);
     if (!time.isValid()) {
@@ -948,10 +773,10 @@ void SFileSys::setLastModifiedTime(const SWCharString& path, const SDateTime& ti
 void SFileSys::diskUsageInfo(const SWCharString& path, int64_t& availableToCaller,
                              int64_t& totalBytes, int64_t& freeBytes)
 {
-    os::FsError err;
+    os::OsError err;
     if (os::fsDiskSpace(path, availableToCaller, totalBytes, freeBytes, err))
         return;
-    if (err.kind == os::FsError::missingEntryPoint) {
+    if (err.kind == os::OsError::missingEntryPoint) {
         trace("GetDiskFreeSpaceEx doesn't eixst");
         throwText(X::diskStatisticsFailed, X::reasonOther, "diskUsageInfo", path, kNoDiskFreeCall);
     }
@@ -980,7 +805,7 @@ bool SFileSys::HasOwnerWritePermission(const SWCharString& path)
 
 void SFileSys::setFileOwner(const SWCharString& path, const SWCharString& owner)
 {
-    os::FsError err;
+    os::OsError err;
     if (!os::fsSetOwner(path, owner, err))
         throwOs(X::changeOwnerFailed, "setFileOwner", path, err);
 }
@@ -1012,181 +837,5 @@ SWCharString SFileSys::getUniqueDirname(const SWCharString& dir, const SWCharStr
 {
     return getUniqueFilenameHelper(dir, prefix, SWCharString(), create, permissions, true);
 }
-
-// ---- path helpers -----------------------------------------------------------------------------------
-
-void AppendSlashToDir(SWCharString& dir, unsigned short separator)
-{
-    const unsigned int n = dir.getLength();
-    if (n == 0 || dir.data()[n - 1] != separator)
-        dir += SWChar(separator);
-}
-
-void StripSlashOffDirBegin(SWCharString& dir, unsigned short separator)
-{
-    if (dir.getLength() > 0 && dir.data()[0] == separator)
-        dir.deleteChars(0u, 1u);
-}
-
-void StripSlashOffDirEnd(SWCharString& dir, unsigned short separator)
-{
-    const unsigned int n = dir.getLength();
-    if (n > 0 && dir.data()[n - 1] == separator)
-        dir.deleteChars(n - 1, 1u);
-}
-
-void UnifyAllSlashes(SWCharString& path, unsigned short separator)
-{
-    const unsigned int n = path.getLength();
-    for (unsigned int i = 0; i < n; ++i) {
-        const unsigned short c = path.data()[i];
-        if ((c == '/' || c == '\\') && c != separator)
-            path.setAt(i, SWChar(separator));
-    }
-}
-
-SWCharString GetBottomLevelDir(const SWCharString& path, unsigned short separator)
-{
-    const unsigned short* s = path.data();
-    unsigned int end = path.getLength();
-    while (end > 0 && s[end - 1] == separator)
-        --end;
-    unsigned int start = end;
-    while (start > 0 && s[start - 1] != separator)
-        --start;
-    return path.mid(start, end - start);
-}
-
-SWCharString GetParentLevelDir(const SWCharString& path, unsigned short separator)
-{
-    const unsigned short* s = path.data();
-    unsigned int end = path.getLength();
-    while (end > 0 && s[end - 1] == separator)
-        --end;
-    while (end > 0 && s[end - 1] != separator)
-        --end;
-    if (end == 0)
-        return SWCharString();
-    // Drop the separators before the last component, but keep a root separator.
-    unsigned int cut = end;
-    while (cut > 1 && s[cut - 1] == separator)
-        --cut;
-    if (cut == 1 && s[0] == separator)
-        return path.left(1);
-    return path.left(cut);
-}
-
-bool IsAbsolutePath(const SWCharString& path)
-{
-    const unsigned int n = path.getLength();
-    const unsigned short* s = path.data();
-    if (n == 0)
-        return false;
-    if (s[0] == '\\' || s[0] == '/')
-        return true;
-    return n >= 2 && isLetter(s[0]) && s[1] == ':';
-}
-
-namespace {
-
-// Positions of the parts of a path, as the C run-time's splitpath finds them.
-struct PathParts {
-    unsigned int driveEnd = 0;   // drive is [0, driveEnd)
-    unsigned int dirEnd = 0;     // directory is [driveEnd, dirEnd)
-    unsigned int nameEnd = 0;    // name is [dirEnd, nameEnd), extension [nameEnd, length)
-};
-
-PathParts splitParts(const unsigned short* s, unsigned int n, unsigned short separator)
-{
-    PathParts parts;
-    if (separator == '\\' && n >= 2 && s[1] == ':')
-        parts.driveEnd = 2;
-    parts.dirEnd = parts.driveEnd;
-    for (unsigned int i = parts.driveEnd; i < n; ++i)
-        if (isSep(s[i], separator))
-            parts.dirEnd = i + 1;
-    parts.nameEnd = n;
-    for (unsigned int i = n; i > parts.dirEnd; --i) {
-        if (s[i - 1] == '.') {
-            parts.nameEnd = i - 1;
-            break;
-        }
-    }
-    return parts;
-}
-
-bool copyPart(const unsigned short* from, unsigned int n, unsigned short* buffer,
-              unsigned int size)
-{
-    if (!buffer || size == 0)
-        return true;
-    const unsigned int take = n < size ? n : size - 1;
-    for (unsigned int i = 0; i < take; ++i)
-        buffer[i] = from[i];
-    buffer[take] = 0;
-    return take == n;
-}
-
-} // namespace
-
-bool SplitPath(const unsigned short* path, unsigned short* drive, unsigned int driveSize,
-               unsigned short* dir, unsigned int dirSize, unsigned short* name,
-               unsigned int nameSize, unsigned short* ext, unsigned int extSize,
-               unsigned short separator)
-{
-    static const unsigned short kEmpty[] = {0};
-    const unsigned short* s = path ? path : kEmpty;
-    unsigned int n = 0;
-    while (s[n])
-        ++n;
-    const PathParts p = splitParts(s, n, separator);
-    bool ok = copyPart(s, p.driveEnd, drive, driveSize);
-    ok = copyPart(s + p.driveEnd, p.dirEnd - p.driveEnd, dir, dirSize) && ok;
-    ok = copyPart(s + p.dirEnd, p.nameEnd - p.dirEnd, name, nameSize) && ok;
-    ok = copyPart(s + p.nameEnd, n - p.nameEnd, ext, extSize) && ok;
-    return ok;
-}
-
-void SplitPathEx(const SWCharString& path, SWCharString& driveAndDir, SWCharString& name,
-                 SWCharString& ext, unsigned short separator)
-{
-    const PathParts p = splitParts(path.data(), path.getLength(), separator);
-    driveAndDir = path.left(p.dirEnd);
-    name = path.mid(p.dirEnd, p.nameEnd - p.dirEnd);
-    ext = path.mid(p.nameEnd);
-}
-
-SWCharString MakePath(const unsigned short* drive, const unsigned short* dir,
-                      const unsigned short* name, const unsigned short* ext)
-{
-    SWCharString path;
-    if (drive && drive[0]) {
-        path += drive;
-        if (drive[1] == 0)
-            path += SWChar((unsigned short)':');
-    }
-    if (dir && dir[0]) {
-        path += dir;
-        if (!endsWithSep(path))
-            path += SWChar(sep());
-    }
-    if (name)
-        path += name;
-    if (ext && ext[0]) {
-        if (ext[0] != '.')
-            path += SWChar((unsigned short)'.');
-        path += ext;
-    }
-    return path;
-}
-
-// ---- testing hook -------------------------------------------------------------------------------------
-
-namespace Testing {
-void SFileSysInjectDiskFull(int64_t afterBytes)
-{
-    os::fsInjectDiskFull(afterBytes);
-}
-} // namespace Testing
 
 } // namespace Vardo400

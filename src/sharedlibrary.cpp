@@ -4,6 +4,8 @@
 
 #include "os/os_dl.h"
 
+#include <cstdio>
+
 #include <cstring>
 #include <utility>
 
@@ -133,19 +135,25 @@ void CSharedLibrary::load(const SWCharString& name)
     if (extensionStart(file) == file.getLength())
         file += asciiText(os::dlExtension());
 
-    SWCharString reason;
-    void* handle = name.isEmpty() ? 0 : os::dlOpen(file, reason);
+    os::OsError err;
+    void* handle = name.isEmpty() ? 0 : os::dlOpen(file, err);
     if (!handle && !name.isEmpty()) {
         const char* prefix = os::dlPrefix();
         if (*prefix && lastComponent(file) == 0 && !matchesAt(file, 0, prefix)) {
             SWCharString other;
-            SWCharString ignored;
+            os::OsError ignored;
             other = asciiText(prefix);
             other += file;
             handle = os::dlOpen(other, ignored);
         }
     }
     if (!handle) {
+        SWCharString reason = os::errorText(err);
+        if (err.kind == os::OsError::win32) {
+            char number[32];
+            std::snprintf(number, sizeof number, " (error %d)", err.number);
+            reason += asciiText(number);
+        }
         if (name.isEmpty())
             reason = asciiText("empty library name");
         throw CSharedLibraryException(CSharedLibraryException::LoadFailed, name, reason);

@@ -456,10 +456,12 @@ TEST_F(SFileTest, TemporaryFilesVanish)
 
 TEST_F(SFileTest, InjectedFaults)
 {
+    if (!vardo_test::faultsAvailable())
+        GTEST_SKIP() << "the library was built without its test hooks";
     // A full disk at write: writeError with ENOSPC, the file keeps what was written.
     SFile f(wat("full.txt"), SFile::create | SFile::writeOnly, SFile::readWriteMask, SFile::denyNothing);
     EXPECT_EQ(2, f.write("ok", 2));
-    Testing::SFileInjectFault(Testing::faultWrite, ENOSPC, 0);
+    vardo_test::injectFault(vardo_test::Fault::write, ENOSPC);
     try {
         f.writeString(W("lost"));
         FAIL();
@@ -471,7 +473,7 @@ TEST_F(SFileTest, InjectedFaults)
                   U8(e.toString()));
     }
     EXPECT_EQ(4, f.writeString(W("more")));   // one fault only
-    Testing::SFileInjectFault(Testing::faultCommit, EIO, 0);
+    vardo_test::injectFault(vardo_test::Fault::commit, EIO);
     try {
         f.flush();
         FAIL();
@@ -483,7 +485,7 @@ TEST_F(SFileTest, InjectedFaults)
     EXPECT_EQ("okmore", readBytes(at("full.txt")));
 
     // A full disk at creation: nothing is left behind.
-    Testing::SFileInjectFault(Testing::faultOpen, ENOSPC, 0);
+    vardo_test::injectFault(vardo_test::Fault::open, ENOSPC);
     EXPECT_THROW(SFile(wat("new.txt"), SFile::create | SFile::writeOnly, SFile::readWriteMask, SFile::denyNothing),
                  SFileException);
     EXPECT_FALSE(fs::exists(at("new.txt")));
@@ -492,7 +494,7 @@ TEST_F(SFileTest, InjectedFaults)
     // out of memory maps to its detail.
     writeBytes(at("r.txt"), "line one\nline two\n");
     SFile r(wat("r.txt"), SFile::readOnly, 0, SFile::denyNothing);
-    Testing::SFileInjectFault(Testing::faultRead, EIO, 0);
+    vardo_test::injectFault(vardo_test::Fault::read, EIO);
     try {
         r.readLine();
         FAIL();
@@ -501,7 +503,7 @@ TEST_F(SFileTest, InjectedFaults)
         EXPECT_EQ(EIO, e.getErrno());
     }
     EXPECT_EQ(0u, r.getPosition());
-    Testing::SFileInjectFault(Testing::faultRead, ENOMEM, 0);
+    vardo_test::injectFault(vardo_test::Fault::read, ENOMEM);
     try {
         r.readString();
         FAIL();
@@ -511,7 +513,7 @@ TEST_F(SFileTest, InjectedFaults)
         EXPECT_EQ(SFileException::outOfMemory, e.DetailCode());
     }
     EXPECT_EQ("line one", U8(r.readLine()));
-    Testing::SFileInjectFault(Testing::faultRead, 0, 0);
+    vardo_test::injectFault(vardo_test::Fault::read, 0);
 }
 
 TEST(SFileChild, PermissionDenied)
@@ -708,9 +710,11 @@ TEST_F(SFileTest, ReadLineBlocksMatchTheByteRule)
     }
     // An injected read failure at the first read.
     for (bool byBytes : {false, true}) {
+        if (!vardo_test::faultsAvailable())
+            break;
         ByteRuleFile f(wat("wo"), SFile::readOnly, 0, SFile::denyNothing);
         f.seekEx(SFile::seekBegin, 4);
-        Testing::SFileInjectFault(Testing::faultRead, EIO, 0);
+        vardo_test::injectFault(vardo_test::Fault::read, EIO);
         try {
             byBytes ? f.lineByBytes() : f.readLine();
             ADD_FAILURE();

@@ -4,6 +4,7 @@
 #include "vardo/sfile.h"
 
 #include "child_process.h"
+#include "sfile_test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -98,10 +99,11 @@ TEST_F(SFileLockTest, LockAndUnlock)
     SFileLock nowhere(W(pathU8(m_dir / "no" / "dir.lock")), 1, 5, false);
     EXPECT_EQ(SFileLock::createFailed, nowhere.lock());
     // A full disk when creating: the same, and nothing is left behind.
-    Testing::SFileInjectFault(Testing::faultOpen, ENOSPC, 0);
-    SFileLock full(lockPath(), 1, 5, false);
-    EXPECT_EQ(SFileLock::createFailed, full.lock());
-    EXPECT_FALSE(fs::exists(m_lock));
+    if (vardo_test::injectFault(vardo_test::Fault::open, ENOSPC)) {
+        SFileLock full(lockPath(), 1, 5, false);
+        EXPECT_EQ(SFileLock::createFailed, full.lock());
+        EXPECT_FALSE(fs::exists(m_lock));
+    }
 
     // An empty path unlocks trivially.
     SFileLock empty(SWCharString(), 1, 1, true);
@@ -136,6 +138,47 @@ TEST_F(SFileLockTest, StaleLockIsBroken)
     SFileLock impatient(lockPath(), 10, 4, false);
     EXPECT_EQ(SFileLock::gaveUp, impatient.lock());
     EXPECT_TRUE(fs::exists(m_lock));
+}
+
+TEST_F(SFileLockTest, StaleLimitCountsEveryPollThatSawTheFile)
+{
+    // The stale-poll limit is the number of polls that see the same lock file, the first
+    // one included: the poll that reaches it breaks the lock, and the next attempt takes
+    // it. So limit + 1 attempts recover from a dead holder; limit attempts do not.
+    for (uint16_t limit : {1, 2, 3}) {
+        touch(m_lock);
+        SFileLock enough(lockPath(), limit, static_cast<uint16_t>(limit + 1), false);
+        EXPECT_EQ(SFileLock::staleLockRemoved, enough.lock()) << "limit " << limit;
+        EXPECT_TRUE(fs::exists(m_lock));
+        EXPECT_EQ(SFileLock::success, enough.unlock());
+
+        touch(m_lock);
+        SFileLock tooFew(lockPath(), limit, limit, false);
+        EXPECT_EQ(SFileLock::gaveUp, tooFew.lock()) << "limit " << limit;
+        std::error_code ec;
+        fs::remove(m_lock, ec);
+    }
+    // A limit the attempts cannot reach never breaks a held lock.
+    touch(m_lock);
+    SFileLock patient(lockPath(), 3, 2, false);
+    EXPECT_EQ(SFileLock::gaveUp, patient.lock());
+    EXPECT_TRUE(fs::exists(m_lock));
+}
+
+TEST_F(SFileLockTest, ADirectoryIsNoLockToWaitFor)
+{
+    // A directory at the lock file's path is reported at once, not polled as a held
+    // lock until the attempts run out, and it is left alone.
+    fs::create_directory(m_lock);
+    SFileLock l(lockPath(), 300, 50, true);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(SFileLock::createFailed, l.lock());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_TRUE(fs::is_directory(m_lock));
+    // Not even a stale limit of one poll touches it.
+    SFileLock hasty(lockPath(), 1, 5, false);
+    EXPECT_EQ(SFileLock::createFailed, hasty.lock());
+    EXPECT_TRUE(fs::is_directory(m_lock));
 }
 
 TEST_F(SFileLockTest, UnlockLeavesAReplacedLockFile)

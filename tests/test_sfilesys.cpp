@@ -6,11 +6,14 @@
 #include <vardo/strace.h>
 
 #include "child_process.h"
+#include "sfile_test_support.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -163,16 +166,34 @@ TEST(SFileSysException, TextsKeepTheirWordingAndSlips)
 TEST(SFileSysException, ErrorNumbersMapToReasonClasses)
 {
     typedef SFileSysException X;
-    EXPECT_EQ(X::reasonOutOfMemory, X::mapErrno(12));
-    EXPECT_EQ(X::reasonNotFound, X::mapErrno(2));
-    EXPECT_EQ(X::reasonInvalidArgument, X::mapErrno(22));
-    EXPECT_EQ(X::reasonInvalidArgument, X::mapErrno(38));
-    EXPECT_EQ(X::reasonAccessDenied, X::mapErrno(1));
-    EXPECT_EQ(X::reasonAccessDenied, X::mapErrno(13));
-    EXPECT_EQ(X::reasonDiskFull, X::mapErrno(28));
-    EXPECT_EQ(X::reasonAlreadyExists, X::mapErrno(17));
-    EXPECT_EQ(X::reasonOther, X::mapErrno(20));
+    // The run-time's numbers by name: they differ between platforms (ENAMETOOLONG is 38
+    // on Windows, 36 on Linux, where 38 is ENOSYS).
+    EXPECT_EQ(X::reasonOutOfMemory, X::mapErrno(ENOMEM));
+    EXPECT_EQ(X::reasonNotFound, X::mapErrno(ENOENT));
+    EXPECT_EQ(X::reasonInvalidArgument, X::mapErrno(EINVAL));
+    EXPECT_EQ(X::reasonInvalidArgument, X::mapErrno(ENAMETOOLONG));
+    EXPECT_EQ(X::reasonOther, X::mapErrno(ENOSYS));
+    EXPECT_EQ(X::reasonAccessDenied, X::mapErrno(EPERM));
+    EXPECT_EQ(X::reasonAccessDenied, X::mapErrno(EACCES));
+    EXPECT_EQ(X::reasonDiskFull, X::mapErrno(ENOSPC));
+    EXPECT_EQ(X::reasonAlreadyExists, X::mapErrno(EEXIST));
+    EXPECT_EQ(X::reasonOther, X::mapErrno(ENOTDIR));
+    EXPECT_EQ(X::reasonOther, X::mapErrno(EIO));
     EXPECT_EQ(X::reasonOther, X::mapErrno(0));
+    // Every other number of the platform's own range is "other".
+    for (int e = 1; e < 200; ++e) {
+        if (e == ENOMEM || e == ENOENT || e == EINVAL || e == ENAMETOOLONG || e == EPERM ||
+            e == EACCES || e == ENOSPC || e == EEXIST)
+            continue;
+        EXPECT_EQ(X::reasonOther, X::mapErrno(e)) << e;
+    }
+    // What the system itself reports for a name too long is an invalid argument.
+    if (SFileSys::getSeparator() == '/') {
+        std::string longName(300, 'n');
+        SFileSysException e = caught([&] { SFileSys::makeDirectory(W("/tmp/" + longName)); });
+        EXPECT_EQ(X::createDirectoryFailed, e.getErrorCode());
+        EXPECT_EQ(X::reasonInvalidArgument, e.getErrorReason());
+    }
     EXPECT_EQ(X::reasonOutOfMemory, X::mapError(1816));
     for (uint32_t e : {2u, 3u, 15u, 18u, 53u, 67u, 161u, 206u})
         EXPECT_EQ(X::reasonNotFound, X::mapError(e)) << e;
@@ -259,6 +280,46 @@ TEST(PathHelpers, SplitAndMake)
     EXPECT_EQ(W("dir") + sep + W("name.log"), MakePath(nullptr, W("dir") + sep, W("name"), W(".log")));
     EXPECT_EQ(W("C:x"), MakePath(W("C"), nullptr, W("x"), nullptr));
     EXPECT_EQ(W("name"), MakePath(nullptr, W(""), W("name"), W("")));
+}
+
+TEST(PathHelpers, SplitPathNeverWritesPastABuffer)
+{
+    // Every part of several paths into buffers of every size around the part's length,
+    // each followed by guard units: a part fits exactly when the buffer has room for it
+    // and its terminator; otherwise it is cut, still terminated inside the buffer, and the
+    // result says so. Nothing beyond the buffer is ever written.
+    const unsigned short kGuard = 0xBEEF;
+    struct Case { const char* path; unsigned short sep; const char* parts[4]; };
+    const Case cases[] = {
+        {"C:\\dir\\sub\\file.tar.gz", '\\', {"C:", "\\dir\\sub\\", "file.tar", ".gz"}},
+        {"/a/b.c", '/', {"", "/a/", "b", ".c"}},
+        {"x", '/', {"", "", "x", ""}},
+        {"D:.e", '\\', {"D:", "", "", ".e"}},
+    };
+    for (const Case& c : cases) {
+        const SWCharString path = W(c.path);
+        for (int part = 0; part < 4; ++part) {
+            const SWCharString want = W(c.parts[part]);
+            const unsigned int n = want.getLength();
+            for (unsigned int size = 1; size <= n + 2; ++size) {
+                std::vector<unsigned short> buf(size + 4, kGuard);
+                unsigned short* b[4] = {nullptr, nullptr, nullptr, nullptr};
+                unsigned int sizes[4] = {0, 0, 0, 0};
+                b[part] = buf.data();
+                sizes[part] = size;
+                const bool fits = SplitPath(path.data(), b[0], sizes[0], b[1], sizes[1], b[2],
+                                            sizes[2], b[3], sizes[3], c.sep);
+                const std::string where = std::string(c.path) + " part " + std::to_string(part) +
+                                          " size " + std::to_string(size);
+                EXPECT_EQ(size > n, fits) << where;
+                for (size_t k = size; k < buf.size(); ++k)
+                    EXPECT_EQ(kGuard, buf[k]) << where << " wrote at " << k;
+                const unsigned int kept = size > n ? n : size - 1;
+                EXPECT_EQ(0, buf[kept]) << where;
+                EXPECT_EQ(want.left(kept), SWCharString(buf.data())) << where;
+            }
+        }
+    }
 }
 
 // ---- tests and directories ------------------------------------------------------------------
@@ -590,22 +651,97 @@ TEST_F(FsTest, RemovalSizesCountsAndListings)
     EXPECT_EQ(W("rsize"), e.getOperation());
 }
 
+namespace {
+
+// What a tree holds, for proving that an operation left it alone: every entry below
+// root with its kind, size, permissions and modification time.
+std::string snapshot(const fs::path& root)
+{
+    std::string out;
+    std::error_code ec;
+    std::vector<std::string> lines;
+    for (auto it = fs::recursive_directory_iterator(root, ec); it != fs::recursive_directory_iterator();
+         it.increment(ec)) {
+        const fs::path p = it->path();
+        const fs::file_status st = fs::symlink_status(p, ec);
+        std::string line = fs::relative(p, root, ec).u8string();
+        line += " type=" + std::to_string(static_cast<int>(st.type()));
+        line += " perms=" + std::to_string(static_cast<int>(st.permissions()));
+        if (st.type() == fs::file_type::regular) {
+            line += " size=" + std::to_string(fs::file_size(p, ec));
+            line += " mtime=" + std::to_string(fs::last_write_time(p, ec).time_since_epoch().count());
+        }
+        lines.push_back(line);
+    }
+    std::sort(lines.begin(), lines.end());
+    for (const std::string& l : lines)
+        out += l + "\n";
+    return out;
+}
+
+} // namespace
+
 TEST_F(FsTest, LinksAreNeverFollowedIntoDirectories)
 {
     if (!posix())
         GTEST_SKIP() << "symbolic links need privileges on Windows";
-    SFileSys::makeDirectories(at("outside"));
+    // Outside the tree: a directory with a nested, read-only directory and file.
+    SFileSys::makeDirectories(at("outside/inner"));
     writeFile(at("outside/keep"), "keep");
-    SFileSys::makeDirectories(at("t"));
+    writeFile(at("outside/inner/deep"), "deep");
+    fs::permissions(P(at("outside/inner/deep")), fs::perms::owner_read);
+    fs::permissions(P(at("outside/inner")), fs::perms::owner_read | fs::perms::owner_exec);
+    const std::string before = snapshot(P(at("outside")));
+
+    // The tree: links to the outside and back to the tree itself, at the top and deeper
+    // down, beside real entries.
+    SFileSys::makeDirectories(at("t/a/b"));
+    writeFile(at("t/a/b/file"), "12345");
     fs::create_directory_symlink(P(at("outside")), P(at("t/link")));
-    fs::create_directory_symlink(P(at("t")), P(at("t/loop")));
-    EXPECT_EQ(2u, SFileSys::countAll(at("t")));
-    EXPECT_EQ(0, SFileSys::rsizeEx(at("t")));
+    fs::create_directory_symlink(P(at("outside/inner")), P(at("t/a/b/inner-link")));
+    fs::create_directory_symlink(P(at("t")), P(at("t/a/loop")));
+    fs::create_symlink(P(at("outside/keep")), P(at("t/a/file-link")));
+
+    // Links count as one entry each; a link to a file counts its file's size.
+    EXPECT_EQ(7u, SFileSys::countAll(at("t")));     // a, b, file, three directory links, file link
+    EXPECT_EQ(2u, SFileSys::countFiles(at("t")));  // file and file-link
+    EXPECT_EQ(5 + 4, SFileSys::rsizeEx(at("t")));
+    SIArray<FileProp> props;
+    SFileSys::listing(at("t/a"), W("*"), props);
+    EXPECT_EQ(3u, props.size());
+
+    // A copy holds no copy of what lies behind a directory link.
     SFileSys::copyFile(at("t"), at("t-copy"), false);
-    EXPECT_EQ(0u, SFileSys::countAll(at("t-copy")));
+    EXPECT_TRUE(SFileSys::exists(at("t-copy/a/b/file")));
+    EXPECT_EQ("keep", readFile(at("t-copy/a/file-link")));
+    EXPECT_FALSE(SFileSys::exists(at("t-copy/link")));
+    EXPECT_FALSE(SFileSys::exists(at("t-copy/a/loop")));
+    EXPECT_FALSE(SFileSys::exists(at("t-copy/a/b/inner-link")));
+
+    // Permissions are widened in the tree, never behind a link.
+    SFileSys::giveAllAccess(at("t"), true);
+    EXPECT_EQ(before, snapshot(P(at("outside"))));
+
+    // Removing by pattern takes links, not what they point to.
+    unsigned long removed = 0;
+    SFileSys::removeContent(at("t/a"), W("*link*"), removed);
+    EXPECT_EQ(0ul, removed);
+    EXPECT_FALSE(fs::exists(fs::symlink_status(P(at("t/a/file-link")))));
+    fs::create_symlink(P(at("outside/keep")), P(at("t/a/file-link")));
+
+    // Emptying and removing the tree removes the links themselves.
+    SFileSys::rremoveContent(at("t/a"));
+    EXPECT_EQ(0u, SFileSys::countAll(at("t/a")));
     SFileSys::rremove(at("t"));
     EXPECT_FALSE(SFileSys::exists(at("t")));
+    EXPECT_EQ(before, snapshot(P(at("outside"))));
     EXPECT_EQ("keep", readFile(at("outside/keep")));
+
+    // A link named as the tree itself: rremove takes the link, not the directory behind.
+    fs::create_directory_symlink(P(at("outside")), P(at("top-link")));
+    SFileSys::rremove(at("top-link"));
+    EXPECT_FALSE(fs::exists(fs::symlink_status(P(at("top-link")))));
+    EXPECT_EQ(before, snapshot(P(at("outside"))));
 }
 
 // ---- times, space, permissions ------------------------------------------------------------------
@@ -670,9 +806,11 @@ TEST_F(FsTest, TimesSpaceAndPermissions)
 
 TEST_F(FsTest, AFullDiskLeavesNoPartialCopy)
 {
+    if (!vardo_test::faultsAvailable())
+        GTEST_SKIP() << "the library was built without its test hooks";
     const std::string data(300000, 'z');
     writeFile(at("src"), data);
-    Testing::SFileSysInjectDiskFull(1000);
+    vardo_test::injectFault(vardo_test::Fault::copyBytes, ENOSPC, 1000);
     SFileSysException e = caught([&] { SFileSys::copyFile(at("src"), at("dst"), false); });
     EXPECT_EQ(SFileSysException::copyFailed, e.getErrorCode());
     EXPECT_EQ(SFileSysException::reasonDiskFull, e.getErrorReason());
@@ -683,7 +821,7 @@ TEST_F(FsTest, AFullDiskLeavesNoPartialCopy)
 
     // Overwriting: the old target survives a failed copy (Linux builds the copy aside).
     writeFile(at("dst"), "precious");
-    Testing::SFileSysInjectDiskFull(0);
+    vardo_test::injectFault(vardo_test::Fault::copyBytes, ENOSPC, 0);
     e = caught([&] { SFileSys::copyFile(at("src"), at("dst"), true); });
     EXPECT_EQ(SFileSysException::reasonDiskFull, e.getErrorReason());
     if (posix()) {
@@ -694,7 +832,7 @@ TEST_F(FsTest, AFullDiskLeavesNoPartialCopy)
     // In a tree the failing file is named and removed; the hook is one-shot.
     SFileSys::makeDirectories(at("tree/sub"));
     writeFile(at("tree/sub/one"), data);
-    Testing::SFileSysInjectDiskFull(10);
+    vardo_test::injectFault(vardo_test::Fault::copyBytes, ENOSPC, 10);
     e = caught([&] { SFileSys::copyFile(at("tree"), at("tree-copy"), false); });
     EXPECT_EQ(SFileSysException::copyFailed, e.getErrorCode());
     EXPECT_EQ(at("tree/sub/one"), e.getFile());

@@ -97,6 +97,28 @@ TEST(Semaphore, TheMaximumCountIsAThousand)
     }
 }
 
+TEST(Semaphore, TheMaximumIsUsableFromEitherSide)
+{
+    // Created full: every one of the thousand counts can be taken, then none more, and
+    // the whole thousand can be given back at once, but not one beyond.
+    SSemaphore full(1000);
+    EXPECT_EQ("Semaphore failed to signal", semaphoreError([&] { full.signal(1); }));
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_NO_THROW(full.wait(0)) << i;
+    EXPECT_THROW(full.wait(0), SSemaphoreWaitTimeout);
+    EXPECT_EQ("Semaphore failed to signal", semaphoreError([&] { full.signal(1001); }));
+    EXPECT_EQ(0UL, full.signal(1000));
+    EXPECT_EQ("Semaphore failed to signal", semaphoreError([&] { full.signal(1); }));
+    full.wait(0);
+    EXPECT_EQ(999UL, full.signal(1));
+
+    // Created empty: filled to the maximum in one signal.
+    SSemaphore empty(0);
+    EXPECT_EQ(0UL, empty.signal(1000));
+    empty.wait();
+    EXPECT_EQ(999UL, empty.signal());
+}
+
 TEST(Semaphore, HandsCountsBetweenThreads)
 {
     SSemaphore items, done;

@@ -213,7 +213,7 @@ private:
     SFile(const SFile&) = delete;
     SFile& operator=(const SFile&) = delete;
 
-    [[noreturn]] void throwFromErrno(SFileException::ErrorCodes code) const;
+    [[noreturn]] void throwFromErrno(SFileException::ErrorCodes code, int errorNumber) const;
     [[noreturn]] void throwNotOpened(SFileException::ErrorCodes code) const;
     [[noreturn]] void throwNoMemory(SFileException::ErrorCodes code) const;
     bool readLineBlocks(int64_t fileSize, SWCharString& line);
@@ -223,16 +223,6 @@ private:
     int32_t m_fd;
     bool m_bIsOpened;
 };
-
-// Internal fault injection for the library's own tests; not for applications.
-namespace Testing {
-// Operations that a fault can be injected into.
-enum SFileFaultOp { faultOpen = 0, faultRead = 1, faultWrite = 2, faultCommit = 3 };
-// The next call of op after skip successful calls fails with errorNumber (as the system
-// call would: -1 and errno set), once. errorNumber 0 removes a pending fault. Affects
-// every file descriptor call of the process, SFile's and SFileLock's alike.
-VARDO_API void SFileInjectFault(SFileFaultOp op, int errorNumber, unsigned int skip);
-} // namespace Testing
 
 } // namespace Vardo400
 

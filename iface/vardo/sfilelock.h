@@ -4,10 +4,13 @@
 // lock() creates the lock file exclusively. While another party holds it, lock() polls
 // every 100 ms. A lock file whose creation time (whole seconds, as the file status
 // gives it; on Linux the status-change time, which a lock file keeps from its creation)
-// stays the same for the stale-poll limit of consecutive polls is taken to belong to a
-// dead holder: it is deleted and lock() tries again at once. A holder must therefore
-// release the lock within about (stale polls + 1) x 100 ms, or others will break it.
-// The longest wait is about maximum attempts x 100 ms.
+// is the same at the stale-poll limit of consecutive polls (the poll that first saw it
+// counts) is taken to belong to a dead holder: that poll deletes it and lock() tries
+// again at once, as its next attempt. So stale polls + 1 attempts are enough to break a
+// stale lock and take it. A holder must therefore release the lock within about
+// stale polls x 100 ms, or others will break it. The longest wait is about maximum
+// attempts x 100 ms. A directory at the lock file's path is no lock: lock() returns
+// createFailed at once.
 //
 // No member throws for file-system conditions; results are ErrorCodes. Thread-safety: one
 // object belongs to one thread at a time; separate objects on the same path exclude
@@ -32,7 +35,7 @@ public:
     };
 
     // lockFile: the file whose existence is the lock. stalePolls: consecutive polls that
-    // must see the same lock file before it is declared stale. maxAttempts: attempts lock()
+    // must see the same lock file before it is declared stale (0 and 1: the first). maxAttempts: attempts lock()
     // makes (0: it gives up at once). unlockOnDestruction: the destructor calls unlock()
     // unless the object is already released.
     SFileLock(const SWCharString& lockFile, uint16_t stalePolls, uint16_t maxAttempts,

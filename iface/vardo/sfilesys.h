@@ -97,9 +97,10 @@ public:
     // Name of the operation that threw, such as "copyFile".
     const SWCharString& getOperation() const { return m_operation; }
 
-    // C run-time error numbers: 12 out of memory; 2 not found; 22 and 38 invalid argument
-    // (38 is the Windows run-time's ENAMETOOLONG; Linux's ENAMETOOLONG, 36, maps there
-    // too); 1 and 13 access denied; 28 disk full; 17 already exists; else other.
+    // C run-time error numbers, by their names: ENOMEM out of memory; ENOENT not found;
+    // EINVAL and ENAMETOOLONG invalid argument (ENAMETOOLONG is 38 on Windows, 36 on
+    // Linux, where 38 is ENOSYS and maps to other); EPERM and EACCES access denied;
+    // ENOSPC disk full; EEXIST already exists; else other.
     static ErrorReasons mapErrno(int errorNumber);
     // Win32 error codes: 1816 out of memory; 2, 3, 15, 18, 53, 67, 161, 206 not found;
     // 5 and 32 access denied; 112 disk full; else other.
@@ -332,14 +333,6 @@ VARDO_API void SplitPathEx(const SWCharString& path, SWCharString& driveAndDir, 
 // directory that lacks one, a full stop before an extension that lacks one.
 VARDO_API SWCharString MakePath(const unsigned short* drive, const unsigned short* dir,
                                 const unsigned short* name, const unsigned short* ext);
-
-// Internal fault injection for the library's own tests; not for applications.
-namespace Testing {
-// The next file copy of the process fails as on a full disk (ENOSPC on Linux,
-// ERROR_DISK_FULL on Windows) after writing afterBytes bytes of the target; negative
-// disarms a pending fault. One-shot.
-VARDO_API void SFileSysInjectDiskFull(int64_t afterBytes);
-} // namespace Testing
 
 } // namespace Vardo400
 

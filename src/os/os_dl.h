@@ -2,6 +2,7 @@
 #ifndef VARDO_OS_DL_H
 #define VARDO_OS_DL_H
 
+#include "os/os_error.h"
 #include "vardo/sstring.h"
 
 namespace Vardo400 {
@@ -11,8 +12,9 @@ namespace os {
 // name prefix ("" on Windows, "lib" on Linux), 7-bit.
 const char* dlExtension();
 const char* dlPrefix();
-// Loads the library file; null on failure with the system's reason text in reason.
-void* dlOpen(const SWCharString& file, SWCharString& reason);
+// Loads the library file; null on failure, described in err (Windows: the Win32 code;
+// Linux: the loader's text).
+void* dlOpen(const SWCharString& file, OsError& err);
 // The named symbol's address, or null.
 void* dlSymbol(void* handle, const char* name);
 void dlClose(void* handle);

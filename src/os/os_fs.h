@@ -2,6 +2,9 @@
 // operating system's error texts. Portable policy (existence tests, recursion, messages,
 // error classification) stays in sfilesys.cpp and sfilesearch.cpp.
 //
+// Failures are reported as OsError (os_error.h): errno numbers on Linux, Win32 codes on
+// Windows.
+//
 // Paths are UTF-16. On Linux they become UTF-8 bytes; a name read from disk that is not
 // valid UTF-8 keeps each stray byte b as the lone surrogate U+DC00+b and turns back into
 // the same byte, so every entry can be named, copied and removed. A path holding a zero
@@ -9,6 +12,7 @@
 #ifndef VARDO_OS_FS_H
 #define VARDO_OS_FS_H
 
+#include "os/os_error.h"
 #include "vardo/sstring.h"
 
 #include <cstdint>
@@ -16,23 +20,6 @@
 
 namespace Vardo400 {
 namespace os {
-
-// A failure of the operating system: its number and the numbering it belongs to.
-struct FsError {
-    enum Kind {
-        none = 0,
-        crt = 1,                // a C run-time error number (errno)
-        win32 = 2,              // a Win32 error code (GetLastError)
-        missingEntryPoint = 3   // a Windows entry point looked up at run time is missing
-    };
-    Kind kind = none;
-    int number = 0;
-
-    void clear() { kind = none; number = 0; }
-    void setCrt(int e) { kind = crt; number = e; }
-    void setWin32(int e) { kind = win32; number = e; }
-    bool isSet() const { return kind != none; }
-};
 
 // Attribute bits of a directory entry: the Windows FILE_ATTRIBUTE_ values. Linux
 // synthesises them: read-only when the owner has no write permission, hidden for names
@@ -69,53 +56,50 @@ bool fsHasDrives();
 bool fsIgnoresCase();
 
 // Status of the name, following symbolic links (Linux: a dangling link fails).
-bool fsStat(const SWCharString& path, FsInfo& info, FsError& err);
+bool fsStat(const SWCharString& path, FsInfo& info, OsError& err);
 // Status of the name itself: a symbolic link is described as a link.
-bool fsLinkStat(const SWCharString& path, FsInfo& info, FsError& err);
+bool fsLinkStat(const SWCharString& path, FsInfo& info, OsError& err);
 
 // Creates one directory; mode < 0 asks for the platform's default.
-bool fsMakeDirectory(const SWCharString& path, int mode, FsError& err);
+bool fsMakeDirectory(const SWCharString& path, int mode, OsError& err);
 // Deletes a file (or a symbolic link itself).
-bool fsRemoveFile(const SWCharString& path, FsError& err);
+bool fsRemoveFile(const SWCharString& path, OsError& err);
 // Deletes an empty directory (or a reparse point standing for one).
-bool fsRemoveDirectory(const SWCharString& path, FsError& err);
+bool fsRemoveDirectory(const SWCharString& path, OsError& err);
 // Makes an entry deletable before a recursive removal: Windows clears its attribute
 // flags; Linux gives the owner full access to a directory (not through a link) so that
 // its contents can be listed and removed, and leaves everything else alone.
-bool fsMakeRemovable(const SWCharString& path, FsError& err);
+bool fsMakeRemovable(const SWCharString& path, OsError& err);
 
 // Copies one file's contents (and its modification time and permission bits). Fails when
 // the target exists unless overwrite is set. A copy that fails leaves no partial target:
 // a target it created is removed, and an overwritten target is replaced only once the
 // copy is complete (Linux; Windows relies on CopyFileW and removes a target it created).
 bool fsCopyFile(const SWCharString& source, const SWCharString& target, bool overwrite,
-                FsError& err);
+                OsError& err);
 // Renames or moves a file, replacing an existing target, copying across volumes.
 // Windows looks up "MoveFileExW" at run time.
-bool fsMoveFile(const SWCharString& from, const SWCharString& to, FsError& err);
+bool fsMoveFile(const SWCharString& from, const SWCharString& to, OsError& err);
 // The three figures of the volume holding path: bytes available to the caller, total
 // bytes, free bytes. Windows looks up "GetDiskFreeSpaceExW" at run time.
 bool fsDiskSpace(const SWCharString& path, int64_t& availableToCaller, int64_t& total,
-                 int64_t& totalFree, FsError& err);
+                 int64_t& totalFree, OsError& err);
 // Sets the permission bits (0777 layout). Windows can only express the owner's write
 // bit, as the read-only attribute.
-bool fsSetMode(const SWCharString& path, uint32_t mode, FsError& err);
+bool fsSetMode(const SWCharString& path, uint32_t mode, OsError& err);
 // Changes the owner: a user name, "user:group", or numeric ids (Linux); an account name
 // (Windows).
-bool fsSetOwner(const SWCharString& path, const SWCharString& owner, FsError& err);
+bool fsSetOwner(const SWCharString& path, const SWCharString& owner, OsError& err);
 // Sets the last-modification time, leaving the access time as it is.
-bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, FsError& err);
+bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, OsError& err);
 
-bool fsGetCurrentDirectory(SWCharString& dir, FsError& err);
-bool fsSetCurrentDirectory(const SWCharString& dir, FsError& err);
+bool fsGetCurrentDirectory(SWCharString& dir, OsError& err);
+bool fsSetCurrentDirectory(const SWCharString& dir, OsError& err);
 // Absolute, normalised form of the path ("." and ".." resolved as text, links not
 // followed); the path need not exist.
-bool fsFullPath(const SWCharString& path, SWCharString& full, FsError& err);
+bool fsFullPath(const SWCharString& path, SWCharString& full, OsError& err);
 // The system's directory for temporary files, ending with the separator.
 SWCharString fsTempDirectory();
-// The system's message text for the error: the C run-time's text for an errno, the
-// system message for a Win32 code. Empty for none.
-SWCharString fsErrorText(const FsError& err);
 
 // ---- directory enumeration ---------------------------------------------------------------
 struct FsDir;
@@ -129,16 +113,13 @@ struct FsDirEntry {
     FsInfo info;          // the entry as the directory lists it (links as links)
 };
 
-// Opens a directory for reading; null with err set on failure.
-FsDirHandle fsOpenDirectory(const SWCharString& path, FsError& err);
+// Opens a directory for reading; null with err set on failure. With followLink false a
+// symbolic link (reparse point) at path is refused instead of followed, so that a walk
+// never leaves its tree through a link swapped in after the entry was listed.
+FsDirHandle fsOpenDirectory(const SWCharString& path, bool followLink, OsError& err);
 // The next entry, "." and ".." included where the system lists them. False at the end
 // (err not set) or on failure (err set).
-bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, FsError& err);
-
-// Fault injection for the library's tests (Testing::SFileSysInjectDiskFull): the next
-// file copy fails as on a full disk (ENOSPC; ERROR_DISK_FULL on Windows) after writing
-// afterBytes bytes of the target. A negative value disarms it. One-shot, thread-safe.
-void fsInjectDiskFull(int64_t afterBytes);
+bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, OsError& err);
 
 } // namespace os
 } // namespace Vardo400

@@ -1,5 +1,9 @@
 #include "sfile_test_support.h"
 
+#if defined(VARDO_TEST_HOOKS)
+#  include "os/os_faults.h"
+#endif
+
 #if defined(_WIN32)
 #  include <windows.h>
 #  include <io.h>
@@ -49,6 +53,26 @@ bool setFileMode(const std::string& path, int mode)
 {
     return chmod(path.c_str(), static_cast<mode_t>(mode)) == 0;
 }
+
+#endif
+
+#if defined(VARDO_TEST_HOOKS)
+
+bool faultsAvailable() { return true; }
+
+bool injectFault(Fault point, int errorNumber, unsigned long long after)
+{
+    using namespace Vardo400::os;
+    static const FaultPoint kPoints[] = {faultFileOpen, faultFileRead, faultFileWrite,
+                                         faultFileCommit, faultCopyBytes};
+    injectFault(kPoints[static_cast<int>(point)], errorNumber, after);
+    return true;
+}
+
+#else
+
+bool faultsAvailable() { return false; }
+bool injectFault(Fault, int, unsigned long long) { return false; }
 
 #endif
 

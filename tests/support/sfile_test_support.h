@@ -20,6 +20,16 @@ bool makeFifo(const std::string& path);
 // counts, as the read-only attribute). True on success.
 bool setFileMode(const std::string& path, int mode);
 
+// Fault injection into the library's system calls, present only when the library was
+// built with its test hooks (VARDO_TEST_HOOKS). Each returns false, doing nothing, in a
+// build without them; tests then skip what needs a fault.
+enum class Fault { open, read, write, commit, copyBytes };
+// The call (or, for copyBytes, the byte) after `after` good ones fails with errorNumber,
+// once; errorNumber 0 disarms.
+bool injectFault(Fault point, int errorNumber, unsigned long long after = 0);
+// True when injectFault works in this build.
+bool faultsAvailable();
+
 } // namespace vardo_test
 
 #endif

@@ -6,11 +6,14 @@
 //                     abandoned and is removed (default 300, about 30 s; 1..65535)
 //   --keep            do not release: leave the lock file in place
 //   --release         only release: remove FILE whoever created it (breaks a lock)
-// Output: "lock: <code> <meaning>" and "unlock: <code> <meaning>". Exit codes: 0 the lock
-// was taken (and released), 1 it was not (or the release failed), 2 usage.
+// Output: "lock: <code> <meaning>" and "unlock: <code> <meaning>"; a directory at FILE is
+// reported at once as "lock: 6 could not create the lock file: the path is a directory".
+// Exit codes: 0 the lock was taken (and released), 1 it was not (or the release failed),
+// 2 usage.
 #include "command.h"
 
 #include "vardo/sfilelock.h"
+#include "vardo/sfilesys.h"
 
 #include <chrono>
 #include <cstdio>
@@ -86,7 +89,10 @@ int runLock(const std::vector<std::string>& args)
     SFileLock lock(argToText(file), static_cast<uint16_t>(stale), static_cast<uint16_t>(attempts), false);
     if (!releaseOnly) {
         SFileLock::ErrorCodes rc = lock.lock();
-        std::printf("lock: %d %s\n", static_cast<int>(rc), meaning(rc));
+        // A directory in the way is the one cause of a failed create worth naming.
+        const bool directory = rc == SFileLock::createFailed && SFileSys::isDir(argToText(file));
+        std::printf("lock: %d %s%s\n", static_cast<int>(rc), meaning(rc),
+                    directory ? ": the path is a directory" : "");
         std::fflush(stdout);
         if (rc != SFileLock::success && rc != SFileLock::staleLockRemoved)
             return 1;

@@ -24,13 +24,14 @@ static SWCharString fromBytes(const char* s)
     return out;
 }
 
-void* dlOpen(const SWCharString& file, SWCharString& reason)
+void* dlOpen(const SWCharString& file, OsError& err)
 {
     unsigned int bound = file.getNBytesForUTF8();
     std::vector<unsigned char> path(static_cast<size_t>(bound) + 1, 0);
     unsigned int n = file.toUTF8(path.data(), bound);
     if (n == 0xFFFFFFFFu || n > bound) {
-        reason = fromBytes("the library name is not valid text");
+        err.kind = OsError::loader;
+        err.text = fromBytes("the library name is not valid text");
         return 0;
     }
     path[n] = 0;
@@ -38,7 +39,8 @@ void* dlOpen(const SWCharString& file, SWCharString& reason)
     void* h = ::dlopen(reinterpret_cast<const char*>(path.data()), RTLD_NOW | RTLD_LOCAL);
     if (!h) {
         const char* e = dlerror();
-        reason = fromBytes(e ? e : "dlopen failed");
+        err.kind = OsError::loader;
+        err.text = fromBytes(e ? e : "dlopen failed");
     }
     return h;
 }

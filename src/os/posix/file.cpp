@@ -1,6 +1,7 @@
 // Descriptor-level file calls on POSIX, with the C run-time (Windows) flag values
 // translated. Share modes have no POSIX equivalent and are ignored.
 #include "os/os_file.h"
+#include "os/os_faults.h"
 
 #include "vardo/sstring.h"
 
@@ -29,8 +30,6 @@ const int kCreate = 0x100;
 const int kTruncate = 0x200;
 const int kExclusive = 0x400;
 
-enum { faultOpen = 0, faultRead = 1, faultWrite = 2, faultCommit = 3 };
-
 // The path as UTF-8 bytes; false (errno EINVAL) when it cannot be converted.
 bool systemPath(const SWCharString& path, std::string& out)
 {
@@ -49,36 +48,22 @@ bool systemPath(const SWCharString& path, std::string& out)
     return true;
 }
 
-// strerror_r comes in two shapes; both end up in buffer.
-inline void takeText(int result, char* buffer, size_t size, int e)
-{
-    if (result != 0)
-        std::snprintf(buffer, size, "Unknown error %d", e);
-}
-inline void takeText(const char* result, char* buffer, size_t size, int)
-{
-    if (result != buffer) {
-        std::strncpy(buffer, result, size - 1);
-        buffer[size - 1] = 0;
-    }
-}
-
 } // namespace
 
-int fileOpen(const SWCharString& path, int flags, int share, int permissions)
+int fileOpen(const SWCharString& path, int flags, int share, int permissions, OsError& err)
 {
     (void)share;
-    if (fileFaultTriggered(faultOpen))
+    if (faultFires(faultFileOpen, err))
         return -1;
     std::string name;
     if (!systemPath(path, name))
-        return -1;
+        return failFromErrno(err), -1;
     int oflags = O_CLOEXEC;
     switch (flags & kAccessMask) {
     case 0: oflags |= O_RDONLY; break;
     case 1: oflags |= O_WRONLY; break;
     case 2: oflags |= O_RDWR; break;
-    default: errno = EINVAL; return -1;
+    default: err.setCrt(EINVAL); return -1;
     }
     if (flags & kAppend)
         oflags |= O_APPEND;
@@ -94,13 +79,19 @@ int fileOpen(const SWCharString& path, int flags, int share, int permissions)
     do {
         fd = ::open(name.c_str(), oflags, mode);
     } while (fd < 0 && errno == EINTR);
-    if (fd < 0)
-        return -1;
-    // A directory is not a file: refuse it as Windows does.
     struct stat st;
+    if (fd < 0) {
+        // An exclusive create reports an existing directory as existing; it is no file
+        // that anyone could hold, so say what it is.
+        const int e = errno;
+        const bool directory = e == EEXIST && ::stat(name.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+        err.setCrt(directory ? EISDIR : e);
+        return -1;
+    }
+    // A directory is not a file: refuse it as Windows does.
     if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
         ::close(fd);
-        errno = EISDIR;
+        err.setCrt(EISDIR);
         return -1;
     }
     if (flags & kTemporary)
@@ -114,81 +105,84 @@ int fileOpen(const SWCharString& path, int flags, int share, int permissions)
     return fd;
 }
 
-int fileRead(int fd, void* buffer, unsigned int count)
+int fileRead(int fd, void* buffer, unsigned int count, OsError& err)
 {
-    if (fileFaultTriggered(faultRead))
+    if (faultFires(faultFileRead, err))
         return -1;
     ssize_t n;
     do {
         n = ::read(fd, buffer, count);
     } while (n < 0 && errno == EINTR);
+    if (n < 0)
+        failFromErrno(err);
     return static_cast<int>(n);
 }
 
-int fileWrite(int fd, const void* buffer, unsigned int count)
+int fileWrite(int fd, const void* buffer, unsigned int count, OsError& err)
 {
-    if (fileFaultTriggered(faultWrite))
+    if (faultFires(faultFileWrite, err))
         return -1;
     ssize_t n;
     do {
         n = ::write(fd, buffer, count);
     } while (n < 0 && errno == EINTR);
+    if (n < 0)
+        failFromErrno(err);
     return static_cast<int>(n);
 }
 
-int64_t fileSeek(int fd, int64_t offset, int origin)
+int64_t fileSeek(int fd, int64_t offset, int origin, OsError& err)
 {
-    return static_cast<int64_t>(::lseek(fd, static_cast<off_t>(offset), origin));
+    const off_t r = ::lseek(fd, static_cast<off_t>(offset), origin);
+    if (r < 0)
+        failFromErrno(err);
+    return static_cast<int64_t>(r);
 }
 
-int fileCommit(int fd)
+int fileCommit(int fd, OsError& err)
 {
-    if (fileFaultTriggered(faultCommit))
+    if (faultFires(faultFileCommit, err))
         return -1;
-    return ::fsync(fd);
+    if (::fsync(fd) != 0)
+        return failFromErrno(err), -1;
+    return 0;
 }
 
-int fileClose(int fd)
+int fileClose(int fd, OsError& err)
 {
-    return ::close(fd);
+    if (::close(fd) != 0)
+        return failFromErrno(err), -1;
+    return 0;
 }
 
-bool fileDescribe(int fd, bool& isRegular, int64_t& size)
+bool fileDescribe(int fd, bool& isRegular, int64_t& size, OsError& err)
 {
     struct stat st;
     if (::fstat(fd, &st) != 0)
-        return false;
+        return failFromErrno(err);
     isRegular = S_ISREG(st.st_mode);
     size = static_cast<int64_t>(st.st_size);
     return true;
 }
 
-int fileStatCreationTime(const SWCharString& path, int64_t& seconds)
+int fileStatCreationTime(const SWCharString& path, int64_t& seconds, OsError& err)
 {
     std::string name;
     if (!systemPath(path, name))
-        return -1;
+        return failFromErrno(err), -1;
     struct stat st;
     if (::stat(name.c_str(), &st) != 0)
-        return -1;
+        return failFromErrno(err), -1;
     seconds = static_cast<int64_t>(st.st_ctime);
     return 0;
 }
 
-int fileRemove(const SWCharString& path)
+int fileRemove(const SWCharString& path, OsError& err)
 {
     std::string name;
-    if (!systemPath(path, name))
-        return -1;
-    return ::unlink(name.c_str());
-}
-
-void errorText(int errorNumber, char* buffer, size_t size)
-{
-    if (!buffer || size == 0)
-        return;
-    buffer[0] = 0;
-    takeText(::strerror_r(errorNumber, buffer, size), buffer, size, errorNumber);
+    if (!systemPath(path, name) || ::unlink(name.c_str()) != 0)
+        return failFromErrno(err), -1;
+    return 0;
 }
 
 } // namespace os

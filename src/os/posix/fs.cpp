@@ -1,5 +1,6 @@
 // File-system operations on Linux: POSIX calls on UTF-8 paths.
 #include "os/os_fs.h"
+#include "os/os_faults.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -22,7 +23,6 @@ namespace os {
 
 namespace {
 
-std::atomic<int64_t> g_diskFullAfter(-1);
 std::atomic<uint32_t> g_tempCounter(0);
 
 // ---- path text -----------------------------------------------------------------------
@@ -126,13 +126,12 @@ SWCharString decodePath(const std::string& s)
     return decodePath(s.data(), s.size());
 }
 
-bool fail(FsError& err)
+bool fail(OsError& err)
 {
-    err.setCrt(errno);
-    return false;
+    return failFromErrno(err);
 }
 
-bool invalidPath(FsError& err)
+bool invalidPath(OsError& err)
 {
     err.setCrt(EINVAL);
     return false;
@@ -185,7 +184,7 @@ void finishAttributes(FsInfo& info)
 
 // Status of an entry relative to a directory descriptor (or the working directory);
 // links are reported as links with their target's type when it resolves.
-bool linkStatAt(int dirFd, const char* name, bool hidden, FsInfo& info, FsError& err)
+bool linkStatAt(int dirFd, const char* name, bool hidden, FsInfo& info, OsError& err)
 {
     struct stat st;
     if (fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
@@ -205,28 +204,20 @@ bool linkStatAt(int dirFd, const char* name, bool hidden, FsInfo& info, FsError&
     return true;
 }
 
-// Writes all of buf, honouring the injected disk-full fault through budget (bytes still
-// allowed; negative means no limit).
-bool writeAll(int fd, const char* buf, size_t n, int64_t& budget, FsError& err)
+// Writes all of buf. The test build's disk-full fault (faultCopyBytes) may cut the
+// write short, failing as a full disk does.
+bool writeAll(int fd, const char* buf, size_t n, OsError& err)
 {
     while (n > 0) {
-        size_t chunk = n;
-        if (budget >= 0) {
-            if (budget == 0) {
-                err.setCrt(ENOSPC);
-                return false;
-            }
-            if ((int64_t)chunk > budget)
-                chunk = (size_t)budget;
-        }
-        const ssize_t w = write(fd, buf, chunk);
+        const size_t chunk = (size_t)faultPass(faultCopyBytes, n, err);
+        const ssize_t w = chunk ? write(fd, buf, chunk) : 0;
         if (w < 0) {
             if (errno == EINTR)
                 continue;
             return fail(err);
         }
-        if (budget >= 0)
-            budget -= w;
+        if (chunk < n && (size_t)w == chunk)
+            return false;   // the injected fault, err already set
         buf += w;
         n -= (size_t)w;
     }
@@ -259,12 +250,11 @@ private:
 
 // Copies the open source into a new file at target (created exclusively); on any
 // failure the new file is removed.
-bool copyInto(int in, const struct stat& srcStat, const std::string& target, FsError& err)
+bool copyInto(int in, const struct stat& srcStat, const std::string& target, OsError& err)
 {
     Fd out(open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (out.get() < 0)
         return fail(err);
-    int64_t budget = g_diskFullAfter.exchange(-1);
     std::vector<char> buf(256 * 1024);
     bool ok = true;
     for (;;) {
@@ -277,7 +267,7 @@ bool copyInto(int in, const struct stat& srcStat, const std::string& target, FsE
         }
         if (r == 0)
             break;
-        if (!writeAll(out.get(), buf.data(), (size_t)r, budget, err)) {
+        if (!writeAll(out.get(), buf.data(), (size_t)r, err)) {
             ok = false;
             break;
         }
@@ -297,7 +287,7 @@ bool copyInto(int in, const struct stat& srcStat, const std::string& target, FsE
 }
 
 bool copyFileBytes(const std::string& src, const std::string& dst, bool overwrite,
-                   FsError& err)
+                   OsError& err)
 {
     Fd in(open(src.c_str(), O_RDONLY | O_CLOEXEC));
     if (in.get() < 0)
@@ -339,16 +329,6 @@ bool copyFileBytes(const std::string& src, const std::string& dst, bool overwrit
     return true;
 }
 
-[[maybe_unused]] const char* pickErrorText(int r, const char* buf)
-{
-    return r == 0 ? buf : nullptr;
-}
-
-const char* pickErrorText(const char* r, const char*)
-{
-    return r;
-}
-
 // Looks up a user or group id: numeric text is taken as it is.
 bool parseNumber(const std::string& s, unsigned long& v)
 {
@@ -363,7 +343,27 @@ bool parseNumber(const std::string& s, unsigned long& v)
     return true;
 }
 
-bool lookupUser(const std::string& name, uid_t& uid, gid_t& gid, FsError& err)
+// Looks a name up with getpwnam_r or getgrnam_r, growing the buffer as they ask.
+template <class Entry, class Lookup>
+bool lookupEntry(const std::string& name, Lookup lookup, Entry& entry, OsError& err)
+{
+    std::vector<char> buf(16384);
+    for (;;) {
+        Entry* res = nullptr;
+        const int r = lookup(name.c_str(), &entry, buf.data(), buf.size(), &res);
+        if (r == ERANGE && buf.size() < (1u << 20)) {
+            buf.resize(buf.size() * 4);
+            continue;
+        }
+        if (r != 0 || !res) {
+            err.setCrt(r != 0 ? r : EINVAL);
+            return false;
+        }
+        return true;
+    }
+}
+
+bool lookupUser(const std::string& name, uid_t& uid, gid_t& gid, OsError& err)
 {
     unsigned long n = 0;
     if (parseNumber(name, n)) {
@@ -371,54 +371,26 @@ bool lookupUser(const std::string& name, uid_t& uid, gid_t& gid, FsError& err)
         gid = (gid_t)-1;
         return true;
     }
-    std::vector<char> buf(16384);
-    for (;;) {
-        struct passwd pw, *res = nullptr;
-        const int r = getpwnam_r(name.c_str(), &pw, buf.data(), buf.size(), &res);
-        if (r == ERANGE && buf.size() < (1u << 20)) {
-            buf.resize(buf.size() * 4);
-            continue;
-        }
-        if (r != 0) {
-            err.setCrt(r);
-            return false;
-        }
-        if (!res) {
-            err.setCrt(EINVAL);
-            return false;
-        }
-        uid = pw.pw_uid;
-        gid = pw.pw_gid;
-        return true;
-    }
+    struct passwd pw;
+    if (!lookupEntry(name, getpwnam_r, pw, err))
+        return false;
+    uid = pw.pw_uid;
+    gid = pw.pw_gid;
+    return true;
 }
 
-bool lookupGroup(const std::string& name, gid_t& gid, FsError& err)
+bool lookupGroup(const std::string& name, gid_t& gid, OsError& err)
 {
     unsigned long n = 0;
     if (parseNumber(name, n)) {
         gid = (gid_t)n;
         return true;
     }
-    std::vector<char> buf(16384);
-    for (;;) {
-        struct group gr, *res = nullptr;
-        const int r = getgrnam_r(name.c_str(), &gr, buf.data(), buf.size(), &res);
-        if (r == ERANGE && buf.size() < (1u << 20)) {
-            buf.resize(buf.size() * 4);
-            continue;
-        }
-        if (r != 0) {
-            err.setCrt(r);
-            return false;
-        }
-        if (!res) {
-            err.setCrt(EINVAL);
-            return false;
-        }
-        gid = gr.gr_gid;
-        return true;
-    }
+    struct group gr;
+    if (!lookupEntry(name, getgrnam_r, gr, err))
+        return false;
+    gid = gr.gr_gid;
+    return true;
 }
 
 int64_t clampToInt64(unsigned long long v)
@@ -434,7 +406,7 @@ unsigned short fsSeparator() { return '/'; }
 bool fsHasDrives() { return false; }
 bool fsIgnoresCase() { return false; }
 
-bool fsStat(const SWCharString& path, FsInfo& info, FsError& err)
+bool fsStat(const SWCharString& path, FsInfo& info, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -448,7 +420,7 @@ bool fsStat(const SWCharString& path, FsInfo& info, FsError& err)
     return true;
 }
 
-bool fsLinkStat(const SWCharString& path, FsInfo& info, FsError& err)
+bool fsLinkStat(const SWCharString& path, FsInfo& info, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -458,7 +430,7 @@ bool fsLinkStat(const SWCharString& path, FsInfo& info, FsError& err)
 
 // ---- changes ----------------------------------------------------------------------------
 
-bool fsMakeDirectory(const SWCharString& path, int mode, FsError& err)
+bool fsMakeDirectory(const SWCharString& path, int mode, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -468,7 +440,7 @@ bool fsMakeDirectory(const SWCharString& path, int mode, FsError& err)
     return true;
 }
 
-bool fsRemoveFile(const SWCharString& path, FsError& err)
+bool fsRemoveFile(const SWCharString& path, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -478,7 +450,7 @@ bool fsRemoveFile(const SWCharString& path, FsError& err)
     return true;
 }
 
-bool fsRemoveDirectory(const SWCharString& path, FsError& err)
+bool fsRemoveDirectory(const SWCharString& path, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -488,7 +460,7 @@ bool fsRemoveDirectory(const SWCharString& path, FsError& err)
     return true;
 }
 
-bool fsMakeRemovable(const SWCharString& path, FsError& err)
+bool fsMakeRemovable(const SWCharString& path, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -504,7 +476,7 @@ bool fsMakeRemovable(const SWCharString& path, FsError& err)
 }
 
 bool fsCopyFile(const SWCharString& source, const SWCharString& target, bool overwrite,
-                FsError& err)
+                OsError& err)
 {
     std::string s, t;
     if (!encodePath(source, s) || !encodePath(target, t))
@@ -512,7 +484,7 @@ bool fsCopyFile(const SWCharString& source, const SWCharString& target, bool ove
     return copyFileBytes(s, t, overwrite, err);
 }
 
-bool fsMoveFile(const SWCharString& from, const SWCharString& to, FsError& err)
+bool fsMoveFile(const SWCharString& from, const SWCharString& to, OsError& err)
 {
     std::string f, t;
     if (!encodePath(from, f) || !encodePath(to, t))
@@ -533,7 +505,7 @@ bool fsMoveFile(const SWCharString& from, const SWCharString& to, FsError& err)
 }
 
 bool fsDiskSpace(const SWCharString& path, int64_t& availableToCaller, int64_t& total,
-                 int64_t& totalFree, FsError& err)
+                 int64_t& totalFree, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -548,7 +520,7 @@ bool fsDiskSpace(const SWCharString& path, int64_t& availableToCaller, int64_t& 
     return true;
 }
 
-bool fsSetMode(const SWCharString& path, uint32_t mode, FsError& err)
+bool fsSetMode(const SWCharString& path, uint32_t mode, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -558,7 +530,7 @@ bool fsSetMode(const SWCharString& path, uint32_t mode, FsError& err)
     return true;
 }
 
-bool fsSetOwner(const SWCharString& path, const SWCharString& owner, FsError& err)
+bool fsSetOwner(const SWCharString& path, const SWCharString& owner, OsError& err)
 {
     std::string p, o;
     if (!encodePath(path, p) || !encodePath(owner, o) || o.empty())
@@ -579,7 +551,7 @@ bool fsSetOwner(const SWCharString& path, const SWCharString& owner, FsError& er
     return true;
 }
 
-bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, FsError& err)
+bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -602,7 +574,7 @@ bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, FsError& er
 
 // ---- working directory and names ----------------------------------------------------------
 
-bool fsGetCurrentDirectory(SWCharString& dir, FsError& err)
+bool fsGetCurrentDirectory(SWCharString& dir, OsError& err)
 {
     std::vector<char> buf(4096);
     for (;;) {
@@ -616,7 +588,7 @@ bool fsGetCurrentDirectory(SWCharString& dir, FsError& err)
     }
 }
 
-bool fsSetCurrentDirectory(const SWCharString& dir, FsError& err)
+bool fsSetCurrentDirectory(const SWCharString& dir, OsError& err)
 {
     std::string p;
     if (!encodePath(dir, p))
@@ -626,7 +598,7 @@ bool fsSetCurrentDirectory(const SWCharString& dir, FsError& err)
     return true;
 }
 
-bool fsFullPath(const SWCharString& path, SWCharString& full, FsError& err)
+bool fsFullPath(const SWCharString& path, SWCharString& full, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p))
@@ -676,20 +648,6 @@ SWCharString fsTempDirectory()
     return decodePath(dir);
 }
 
-SWCharString fsErrorText(const FsError& err)
-{
-    if (err.kind == FsError::none)
-        return SWCharString();
-    char buf[1024];
-    buf[0] = 0;
-    const char* text = pickErrorText(strerror_r(err.number, buf, sizeof buf), buf);
-    if (!text) {
-        snprintf(buf, sizeof buf, "Unknown error %d", err.number);
-        text = buf;
-    }
-    return decodePath(text, strlen(text));
-}
-
 // ---- directory enumeration ----------------------------------------------------------------
 
 struct FsDir {
@@ -706,14 +664,14 @@ void FsDirCloser::operator()(FsDir* d) const
     std::default_delete<FsDir>()(d);
 }
 
-FsDirHandle fsOpenDirectory(const SWCharString& path, FsError& err)
+FsDirHandle fsOpenDirectory(const SWCharString& path, bool followLink, OsError& err)
 {
     std::string p;
     if (!encodePath(path, p)) {
         invalidPath(err);
         return FsDirHandle();
     }
-    const int fd = open(p.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd = open(p.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
     if (fd < 0) {
         fail(err);
         return FsDirHandle();
@@ -729,7 +687,7 @@ FsDirHandle fsOpenDirectory(const SWCharString& path, FsError& err)
     return FsDirHandle(dir.release());
 }
 
-bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, FsError& err)
+bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, OsError& err)
 {
     for (;;) {
         errno = 0;
@@ -740,7 +698,7 @@ bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, FsError& err)
             return false;
         }
         entry.name = decodePath(e->d_name, strlen(e->d_name));
-        FsError statErr;
+        OsError statErr;
         if (!linkStatAt(dirfd(dir.m_pDir), e->d_name, hiddenName(e->d_name), entry.info,
                         statErr)) {
             // Gone since the listing was read: skip it, as a later listing would.
@@ -755,13 +713,6 @@ bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, FsError& err)
         }
         return true;
     }
-}
-
-// ---- testing hook ---------------------------------------------------------------------------
-
-void fsInjectDiskFull(int64_t afterBytes)
-{
-    g_diskFullAfter.store(afterBytes < 0 ? -1 : afterBytes);
 }
 
 } // namespace os

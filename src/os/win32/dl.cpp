@@ -3,7 +3,6 @@
 
 #include <windows.h>
 
-#include <cstdio>
 #include <vector>
 
 namespace Vardo400 {
@@ -12,31 +11,7 @@ namespace os {
 const char* dlExtension() { return ".dll"; }
 const char* dlPrefix() { return ""; }
 
-// The system's text for an error code, without its line end, then " (error N)".
-static SWCharString errorText(DWORD code)
-{
-    SWCharString out;
-    wchar_t* text = 0;
-    DWORD n = FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                                 FORMAT_MESSAGE_IGNORE_INSERTS,
-                             NULL, code, 0, reinterpret_cast<wchar_t*>(&text), 0, NULL);
-    if (n && text) {
-        while (n > 0 && (text[n - 1] == L'\r' || text[n - 1] == L'\n' || text[n - 1] == L' ' ||
-                         text[n - 1] == L'.'))
-            --n;
-        text[n] = 0;
-        out = reinterpret_cast<const unsigned short*>(text);
-        out.concatFromAscii(" ", 1);
-    }
-    if (text)
-        LocalFree(text);
-    char number[32];
-    int len = std::snprintf(number, sizeof(number), "(error %lu)", static_cast<unsigned long>(code));
-    out.concatFromAscii(number, static_cast<unsigned int>(len));
-    return out;
-}
-
-void* dlOpen(const SWCharString& file, SWCharString& reason)
+void* dlOpen(const SWCharString& file, OsError& err)
 {
     // LoadLibraryW wants backslashes in a path.
     std::vector<wchar_t> path(file.data(), file.data() + file.getLength() + 1);
@@ -46,11 +21,11 @@ void* dlOpen(const SWCharString& file, SWCharString& reason)
     DWORD oldMode = 0;
     bool modeSet = SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &oldMode) != 0;
     HMODULE h = LoadLibraryW(path.data());
-    DWORD err = h ? 0 : GetLastError();
+    const DWORD code = h ? 0 : GetLastError();
     if (modeSet)
         SetThreadErrorMode(oldMode, NULL);
     if (!h)
-        reason = errorText(err);
+        err.setWin32(static_cast<int>(code));
     return reinterpret_cast<void*>(h);
 }
 

@@ -2,6 +2,7 @@
 // GetDiskFreeSpaceExW are looked up in kernel32 at run time, as the library has always
 // done, so that it loads on systems that lack them.
 #include "os/os_fs.h"
+#include "os/os_faults.h"
 
 #include "vardo/strace.h"
 
@@ -9,6 +10,7 @@
 #include <aclapi.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -18,7 +20,6 @@ namespace os {
 
 namespace {
 
-std::atomic<int64_t> g_diskFullAfter(-1);
 
 const wchar_t* wide(const SWCharString& s)
 {
@@ -42,13 +43,13 @@ bool validPath(const SWCharString& s)
     return true;
 }
 
-bool fail(FsError& err)
+bool fail(OsError& err)
 {
     err.setWin32((int)GetLastError());
     return false;
 }
 
-bool invalidPath(FsError& err)
+bool invalidPath(OsError& err)
 {
     err.setWin32(ERROR_INVALID_NAME);
     return false;
@@ -93,7 +94,7 @@ void fillInfo(DWORD attrs, DWORD sizeHigh, DWORD sizeLow, const FILETIME& mtime,
     info.attributes = attrs;
 }
 
-bool statPath(const SWCharString& path, FsInfo& info, FsError& err)
+bool statPath(const SWCharString& path, FsInfo& info, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
@@ -133,9 +134,21 @@ private:
     HANDLE m_h;
 };
 
-// The disk-full fault: copies like a CopyFileW that runs out of space after budget bytes.
-bool copyUntilFull(const SWCharString& source, const SWCharString& target, bool overwrite,
-                   int64_t budget, FsError& err)
+// The Win32 code for an injected C run-time error number.
+int win32FromInjected(int e)
+{
+    switch (e) {
+    case ENOSPC: return ERROR_DISK_FULL;
+    case EACCES: return ERROR_ACCESS_DENIED;
+    case ENOENT: return ERROR_FILE_NOT_FOUND;
+    default: return ERROR_WRITE_FAULT;
+    }
+}
+
+// The test build's copy fault: copies like a CopyFileW whose writes fail with the
+// injected error after budget bytes.
+bool copyUntilFault(const SWCharString& source, const SWCharString& target, bool overwrite,
+                    int64_t budget, int injected, OsError& err)
 {
     Handle in(CreateFileW(wide(source), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                           FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -162,7 +175,7 @@ bool copyUntilFull(const SWCharString& source, const SWCharString& target, bool 
         if (take < got)
             break;
     }
-    err.setWin32(ERROR_DISK_FULL);
+    err.setWin32(win32FromInjected(injected));
     return false;
 }
 
@@ -174,40 +187,40 @@ unsigned short fsSeparator() { return '\\'; }
 bool fsHasDrives() { return true; }
 bool fsIgnoresCase() { return true; }
 
-bool fsStat(const SWCharString& path, FsInfo& info, FsError& err)
+bool fsStat(const SWCharString& path, FsInfo& info, OsError& err)
 {
     return statPath(path, info, err);
 }
 
-bool fsLinkStat(const SWCharString& path, FsInfo& info, FsError& err)
+bool fsLinkStat(const SWCharString& path, FsInfo& info, OsError& err)
 {
     return statPath(path, info, err);
 }
 
 // ---- changes ----------------------------------------------------------------------------
 
-bool fsMakeDirectory(const SWCharString& path, int, FsError& err)
+bool fsMakeDirectory(const SWCharString& path, int, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
     return CreateDirectoryW(wide(path), nullptr) ? true : fail(err);
 }
 
-bool fsRemoveFile(const SWCharString& path, FsError& err)
+bool fsRemoveFile(const SWCharString& path, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
     return DeleteFileW(wide(path)) ? true : fail(err);
 }
 
-bool fsRemoveDirectory(const SWCharString& path, FsError& err)
+bool fsRemoveDirectory(const SWCharString& path, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
     return RemoveDirectoryW(wide(path)) ? true : fail(err);
 }
 
-bool fsMakeRemovable(const SWCharString& path, FsError& err)
+bool fsMakeRemovable(const SWCharString& path, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
@@ -221,16 +234,23 @@ bool fsMakeRemovable(const SWCharString& path, FsError& err)
 }
 
 bool fsCopyFile(const SWCharString& source, const SWCharString& target, bool overwrite,
-                FsError& err)
+                OsError& err)
 {
     if (!validPath(source) || !validPath(target))
         return invalidPath(err);
     const bool existed = GetFileAttributesW(wide(target)) != INVALID_FILE_ATTRIBUTES;
-    const int64_t budget = g_diskFullAfter.exchange(-1);
+    // A fault armed for fewer bytes than the source holds makes this copy fail part-way.
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    uint64_t bytes = 0;
+    if (GetFileAttributesExW(wide(source), GetFileExInfoStandard, &data))
+        bytes = ((uint64_t)data.nFileSizeHigh << 32) | data.nFileSizeLow;
+    OsError injected;
+    const uint64_t budget = faultPass(faultCopyBytes, bytes, injected);
     bool ok;
-    if (budget >= 0) {
-        ok = (!overwrite && existed) ? (err.setWin32(ERROR_FILE_EXISTS), false)
-                                     : copyUntilFull(source, target, overwrite, budget, err);
+    if (injected.isSet()) {
+        ok = (!overwrite && existed)
+                 ? (err.setWin32(ERROR_FILE_EXISTS), false)
+                 : copyUntilFault(source, target, overwrite, (int64_t)budget, injected.number, err);
     } else {
         ok = CopyFileW(wide(source), wide(target), overwrite ? FALSE : TRUE) ? true : fail(err);
     }
@@ -240,7 +260,7 @@ bool fsCopyFile(const SWCharString& source, const SWCharString& target, bool ove
     return ok;
 }
 
-bool fsMoveFile(const SWCharString& from, const SWCharString& to, FsError& err)
+bool fsMoveFile(const SWCharString& from, const SWCharString& to, OsError& err)
 {
     if (!validPath(from) || !validPath(to))
         return invalidPath(err);
@@ -248,7 +268,7 @@ bool fsMoveFile(const SWCharString& from, const SWCharString& to, FsError& err)
     bool noKernel = false;
     MoveFileExFn moveEx = kernelEntry<MoveFileExFn>("MoveFileExW", noKernel);
     if (noKernel) {
-        err.kind = FsError::missingEntryPoint;
+        err.kind = OsError::missingEntryPoint;
         err.number = ERROR_PROC_NOT_FOUND;
         return false;
     }
@@ -261,7 +281,7 @@ bool fsMoveFile(const SWCharString& from, const SWCharString& to, FsError& err)
 }
 
 bool fsDiskSpace(const SWCharString& path, int64_t& availableToCaller, int64_t& total,
-                 int64_t& totalFree, FsError& err)
+                 int64_t& totalFree, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
@@ -269,7 +289,7 @@ bool fsDiskSpace(const SWCharString& path, int64_t& availableToCaller, int64_t& 
     bool noKernel = false;
     DiskFreeFn diskFree = kernelEntry<DiskFreeFn>("GetDiskFreeSpaceExW", noKernel);
     if (!diskFree) {
-        err.kind = FsError::missingEntryPoint;
+        err.kind = OsError::missingEntryPoint;
         err.number = ERROR_PROC_NOT_FOUND;
         return false;
     }
@@ -289,7 +309,7 @@ bool fsDiskSpace(const SWCharString& path, int64_t& availableToCaller, int64_t& 
     return true;
 }
 
-bool fsSetMode(const SWCharString& path, uint32_t mode, FsError& err)
+bool fsSetMode(const SWCharString& path, uint32_t mode, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
@@ -305,7 +325,7 @@ bool fsSetMode(const SWCharString& path, uint32_t mode, FsError& err)
     return SetFileAttributesW(wide(path), want) ? true : fail(err);
 }
 
-bool fsSetOwner(const SWCharString& path, const SWCharString& owner, FsError& err)
+bool fsSetOwner(const SWCharString& path, const SWCharString& owner, OsError& err)
 {
     if (!validPath(path) || !validPath(owner) || owner.isEmpty())
         return invalidPath(err);
@@ -327,7 +347,7 @@ bool fsSetOwner(const SWCharString& path, const SWCharString& owner, FsError& er
     return true;
 }
 
-bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, FsError& err)
+bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, OsError& err)
 {
     if (!validPath(path))
         return invalidPath(err);
@@ -350,7 +370,7 @@ bool fsSetModifiedTime(const SWCharString& path, int64_t unixMillis, FsError& er
 
 // ---- working directory and names ----------------------------------------------------------
 
-bool fsGetCurrentDirectory(SWCharString& dir, FsError& err)
+bool fsGetCurrentDirectory(SWCharString& dir, OsError& err)
 {
     for (int attempt = 0; attempt < 4; ++attempt) {
         const DWORD need = GetCurrentDirectoryW(0, nullptr);
@@ -369,14 +389,14 @@ bool fsGetCurrentDirectory(SWCharString& dir, FsError& err)
     return false;
 }
 
-bool fsSetCurrentDirectory(const SWCharString& dir, FsError& err)
+bool fsSetCurrentDirectory(const SWCharString& dir, OsError& err)
 {
     if (!validPath(dir))
         return invalidPath(err);
     return SetCurrentDirectoryW(wide(dir)) ? true : fail(err);
 }
 
-bool fsFullPath(const SWCharString& path, SWCharString& full, FsError& err)
+bool fsFullPath(const SWCharString& path, SWCharString& full, OsError& err)
 {
     if (!validPath(path) || path.isEmpty())
         return invalidPath(err);
@@ -406,35 +426,6 @@ SWCharString fsTempDirectory()
     return dir;
 }
 
-SWCharString fsErrorText(const FsError& err)
-{
-    if (err.kind == FsError::none)
-        return SWCharString();
-    if (err.kind == FsError::crt) {
-        const char* text = strerror(err.number);
-        if (!text)
-            text = "Unknown error";
-        wchar_t buf[512];
-        const int n = MultiByteToWideChar(CP_ACP, 0, text, -1, buf, 512);
-        return n > 1 ? fromWide(buf, (size_t)n - 1) : SWCharString();
-    }
-    const DWORD code = err.kind == FsError::missingEntryPoint ? ERROR_PROC_NOT_FOUND
-                                                              : (DWORD)err.number;
-    wchar_t buf[1024];
-    DWORD n = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                             code, 0, buf, 1024, nullptr);
-    while (n > 0 && (buf[n - 1] == L'\r' || buf[n - 1] == L'\n' || buf[n - 1] == L' '))
-        --n;
-    if (n == 0) {
-        char text[48];
-        snprintf(text, sizeof text, "Unknown error %lu", (unsigned long)code);
-        SWCharString r;
-        r.concatFromAscii(text, (unsigned int)strlen(text));
-        return r;
-    }
-    return fromWide(buf, n);
-}
-
 // ---- directory enumeration ----------------------------------------------------------------
 
 struct FsDir {
@@ -453,11 +444,18 @@ void FsDirCloser::operator()(FsDir* d) const
     std::default_delete<FsDir>()(d);
 }
 
-FsDirHandle fsOpenDirectory(const SWCharString& path, FsError& err)
+FsDirHandle fsOpenDirectory(const SWCharString& path, bool followLink, OsError& err)
 {
     if (!validPath(path) || path.isEmpty()) {
         invalidPath(err);
         return FsDirHandle();
+    }
+    if (!followLink) {
+        const DWORD attrs = GetFileAttributesW(wide(path));
+        if (attrs != INVALID_FILE_ATTRIBUTES && (attrs & FILE_ATTRIBUTE_REPARSE_POINT)) {
+            err.setWin32(ERROR_CANT_ACCESS_FILE);
+            return FsDirHandle();
+        }
     }
     std::wstring pattern(wide(path));
     if (pattern.back() != L'\\' && pattern.back() != L'/' && pattern.back() != L':')
@@ -478,7 +476,7 @@ FsDirHandle fsOpenDirectory(const SWCharString& path, FsError& err)
     return FsDirHandle(dir.release());
 }
 
-bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, FsError& err)
+bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, OsError& err)
 {
     if (dir.m_hFind == INVALID_HANDLE_VALUE)
         return false;
@@ -496,13 +494,6 @@ bool fsReadDirectory(FsDir& dir, FsDirEntry& entry, FsError& err)
     fillInfo(dir.m_data.dwFileAttributes, dir.m_data.nFileSizeHigh, dir.m_data.nFileSizeLow,
              dir.m_data.ftLastWriteTime, dir.m_data.cFileName, n, entry.info);
     return true;
-}
-
-// ---- testing hook ---------------------------------------------------------------------------
-
-void fsInjectDiskFull(int64_t afterBytes)
-{
-    g_diskFullAfter.store(afterBytes < 0 ? -1 : afterBytes);
 }
 
 } // namespace os
