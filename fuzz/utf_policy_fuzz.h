@@ -1,0 +1,106 @@
+// The body of the UTF policy fuzzers: one policy of the converter core on arbitrary
+// input, both directions, compared with the per-character rules (utf_reference.h) for
+// the whole input and for a target cut short, with every target exactly its size so
+// that a write past it is caught. Inputs may be far longer than 4096 bytes: the vector
+// blocks and the unit count behave differently there.
+#ifndef VARDO_FUZZ_UTF_POLICY_H
+#define VARDO_FUZZ_UTF_POLICY_H
+
+#include "utf_reference.h"
+#include "utfcore.h"
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#define UTF_CHECK(x)                                                                      \
+    do {                                                                                  \
+        if (!(x))                                                                         \
+            __builtin_trap();                                                             \
+    } while (0)
+
+namespace utf_fuzz {
+
+using Vardo400::utf::Policy;
+
+// A heap block of exactly n elements (at least one, so the pointer is real).
+template <class T>
+std::unique_ptr<T[]> exactBlock(size_t n)
+{
+    return std::unique_ptr<T[]>(new T[n ? n : 1]);
+}
+
+inline void decode(const unsigned char* in, size_t n, size_t room, Policy policy, unsigned short replacement)
+{
+    std::unique_ptr<unsigned short[]> out = exactBlock<unsigned short>(room);
+    const unsigned char* s = in;
+    unsigned short* t = out.get();
+    const int r = Vardo400::utf::utf8ToUtf16Step(&s, in + n, &t, out.get() + room, policy, replacement);
+    const utfref::Outcome expect = utfref::fromUtf8(in, n, room, policy, replacement);
+    UTF_CHECK(r == expect.result);
+    UTF_CHECK(static_cast<size_t>(s - in) == expect.consumed);
+    UTF_CHECK(static_cast<size_t>(t - out.get()) == expect.out.size());
+    for (size_t i = 0; i < expect.out.size(); ++i)
+        UTF_CHECK(out[i] == expect.out[i]);
+}
+
+inline void encode(const unsigned short* in, size_t n, size_t room, Policy policy, unsigned short replacement)
+{
+    std::unique_ptr<unsigned char[]> out = exactBlock<unsigned char>(room);
+    const unsigned short* s = in;
+    unsigned char* t = out.get();
+    const int r = Vardo400::utf::utf16ToUtf8Step(&s, in + n, &t, out.get() + room, policy, replacement);
+    const utfref::Outcome expect = utfref::toUtf8(in, n, room, policy, replacement);
+    UTF_CHECK(r == expect.result);
+    UTF_CHECK(static_cast<size_t>(s - in) == expect.consumed);
+    UTF_CHECK(static_cast<size_t>(t - out.get()) == expect.out.size());
+    for (size_t i = 0; i < expect.out.size(); ++i)
+        UTF_CHECK(out[i] == expect.out[i]);
+}
+
+inline int run(const uint8_t* data, size_t size, Policy policy)
+{
+    if (size > (1u << 20))
+        return 0;
+    // An exact-size copy: any read past the input is caught.
+    std::unique_ptr<unsigned char[]> in = exactBlock<unsigned char>(size);
+    if (size)
+        std::memcpy(in.get(), data, size);
+    const unsigned short replacement = size && (data[0] & 1) ? '?' : Vardo400::utf::kReplacementChar;
+    const size_t cut = size ? (static_cast<size_t>(data[size - 1]) * 131 + data[0]) % (size + 1) : 0;
+
+    decode(in.get(), size, size, policy, replacement);
+    decode(in.get(), size, cut, policy, replacement);
+
+    // Well-formed input: the unit count that sizes long conversions is exact.
+    const utfref::Outcome whole = utfref::fromUtf8(in.get(), size, size, Policy::lenient);
+    if (whole.result == utfref::ok)
+        UTF_CHECK(Vardo400::utf::utf8UnitCount(in.get(), size) == whole.out.size());
+
+    // The same bytes read as UTF-16 units, in every target size class.
+    const size_t units = size / 2;
+    std::unique_ptr<unsigned short[]> u = exactBlock<unsigned short>(units);
+    for (size_t i = 0; i < units; ++i)
+        u[i] = static_cast<unsigned short>(in[2 * i] | (in[2 * i + 1] << 8));
+    encode(u.get(), units, 3 * units, policy, replacement);
+    encode(u.get(), units, cut < 3 * units ? cut : 3 * units, policy, replacement);
+    encode(u.get(), units, units ? 3 * units - 1 - cut % units : 0, policy, replacement);
+
+    // What a policy accepts comes back: escaped bytes exactly, strict text exactly.
+    if (policy == Policy::escapeBytes || policy == Policy::strict) {
+        std::vector<unsigned short> text;
+        if (Vardo400::utf::utf8ToUtf16(in.get(), size, text, policy)) {
+            std::string back;
+            UTF_CHECK(Vardo400::utf::utf16ToUtf8(text.data(), text.size(), back, policy));
+            UTF_CHECK(back.size() == size && std::memcmp(back.data(), in.get(), size) == 0);
+        } else {
+            UTF_CHECK(policy == Policy::strict && text.empty());
+        }
+    }
+    return 0;
+}
+
+} // namespace utf_fuzz
+
+#endif
