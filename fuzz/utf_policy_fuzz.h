@@ -9,6 +9,7 @@
 #include "utf_reference.h"
 #include "utfcore.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -86,6 +87,12 @@ inline int run(const uint8_t* data, size_t size, Policy policy)
     encode(u.get(), units, 3 * units, policy, replacement);
     encode(u.get(), units, cut < 3 * units ? cut : 3 * units, policy, replacement);
     encode(u.get(), units, units ? 3 * units - 1 - cut % units : 0, policy, replacement);
+    // Room for three bytes a unit for k units, plus 0, 1 or 2 bytes, for nine k in a
+    // row: the fast paths' room then ends at the target's end after every length of run.
+    const size_t w = units > 1 ? std::min(units - 1, static_cast<size_t>(16 + cut % 48)) : 0;
+    for (size_t k = w > 8 ? w - 8 : 0; k <= w; ++k)
+        for (size_t extra = 0; extra < 3; ++extra)
+            encode(u.get(), units, 3 * k + extra, policy, replacement);
 
     // What a policy accepts comes back: escaped bytes exactly, strict text exactly.
     if (policy == Policy::escapeBytes || policy == Policy::strict) {
