@@ -32,13 +32,14 @@ std::unique_ptr<T[]> exactBlock(size_t n)
     return std::unique_ptr<T[]>(new T[n ? n : 1]);
 }
 
-inline void decode(const unsigned char* in, size_t n, size_t room, Policy policy, unsigned short replacement)
+// One step into a target of exactly room elements, checked against the rules' outcome.
+template <class In, class Out, class Step>
+void check(const In* in, size_t n, size_t room, Step step, const utfref::Outcome& expect)
 {
-    std::unique_ptr<unsigned short[]> out = exactBlock<unsigned short>(room);
-    const unsigned char* s = in;
-    unsigned short* t = out.get();
-    const int r = Vardo400::utf::utf8ToUtf16Step(&s, in + n, &t, out.get() + room, policy, replacement);
-    const utfref::Outcome expect = utfref::fromUtf8(in, n, room, policy, replacement);
+    std::unique_ptr<Out[]> out = exactBlock<Out>(room);
+    const In* s = in;
+    Out* t = out.get();
+    const int r = step(&s, in + n, &t, out.get() + room);
     UTF_CHECK(r == expect.result);
     UTF_CHECK(static_cast<size_t>(s - in) == expect.consumed);
     UTF_CHECK(static_cast<size_t>(t - out.get()) == expect.out.size());
@@ -46,18 +47,24 @@ inline void decode(const unsigned char* in, size_t n, size_t room, Policy policy
         UTF_CHECK(out[i] == expect.out[i]);
 }
 
+inline void decode(const unsigned char* in, size_t n, size_t room, Policy policy, unsigned short replacement)
+{
+    check<unsigned char, unsigned short>(
+        in, n, room,
+        [&](const unsigned char** s, const unsigned char* se, unsigned short** t, unsigned short* te) {
+            return Vardo400::utf::utf8ToUtf16Step(s, se, t, te, policy, replacement);
+        },
+        utfref::fromUtf8(in, n, room, policy, replacement));
+}
+
 inline void encode(const unsigned short* in, size_t n, size_t room, Policy policy, unsigned short replacement)
 {
-    std::unique_ptr<unsigned char[]> out = exactBlock<unsigned char>(room);
-    const unsigned short* s = in;
-    unsigned char* t = out.get();
-    const int r = Vardo400::utf::utf16ToUtf8Step(&s, in + n, &t, out.get() + room, policy, replacement);
-    const utfref::Outcome expect = utfref::toUtf8(in, n, room, policy, replacement);
-    UTF_CHECK(r == expect.result);
-    UTF_CHECK(static_cast<size_t>(s - in) == expect.consumed);
-    UTF_CHECK(static_cast<size_t>(t - out.get()) == expect.out.size());
-    for (size_t i = 0; i < expect.out.size(); ++i)
-        UTF_CHECK(out[i] == expect.out[i]);
+    check<unsigned short, unsigned char>(
+        in, n, room,
+        [&](const unsigned short** s, const unsigned short* se, unsigned char** t, unsigned char* te) {
+            return Vardo400::utf::utf16ToUtf8Step(s, se, t, te, policy, replacement);
+        },
+        utfref::toUtf8(in, n, room, policy, replacement));
 }
 
 inline int run(const uint8_t* data, size_t size, Policy policy)

@@ -206,6 +206,57 @@ inline Result readUTF8(const UTF8* s, const UTF8* end, uint32_t& ch, unsigned& l
     return resultOK;
 }
 
+// ---- UTF-16 code points ------------------------------------------------------------------------
+
+inline bool isSurrogate(unsigned long ch) { return ch >= kSurHighStart && ch <= kSurLowEnd; }
+
+// The code point at s: a pair when a low unit follows a high one inside the range (used
+// 2), else the unit itself, a lone surrogate included (used 1).
+inline uint32_t readUTF16(const UTF16* s, const UTF16* end, unsigned& used)
+{
+    const uint32_t ch = *s;
+    used = 1;
+    if (ch >= kSurHighStart && ch <= kSurHighEnd && s + 1 < end && s[1] >= kSurLowStart && s[1] <= kSurLowEnd) {
+        used = 2;
+        return ((ch - kSurHighStart) << 10) + (s[1] - kSurLowStart) + 0x10000;
+    }
+    return ch;
+}
+
+// Writes ch (at most 10FFFF) as one unit or a pair; false, writing nothing, when that
+// does not fit before end.
+inline bool writeUTF16(UTF16*& t, const UTF16* end, uint32_t ch)
+{
+    if (ch <= kMaxBmp) {
+        if (t >= end)
+            return false;
+        *t++ = static_cast<UTF16>(ch);
+        return true;
+    }
+    if (end - t < 2)
+        return false;
+    ch -= 0x10000;
+    *t++ = static_cast<UTF16>(kSurHighStart + (ch >> 10));
+    *t++ = static_cast<UTF16>(kSurLowStart + (ch & 0x3FF));
+    return true;
+}
+
+// Runs step, one character at a time, until the source ends or a step does not return
+// resultOK; a step advances s and t only past a character it converted, so the pointers
+// then stand at the start of the character that stopped it.
+template <class S, class T, class Step>
+Result eachCharacter(const S** sourceStart, const S* sourceEnd, T** targetStart, Step step)
+{
+    const S* s = *sourceStart;
+    T* t = *targetStart;
+    Result result = resultOK;
+    while (s < sourceEnd && (result = step(s, t)) == resultOK) {
+    }
+    *sourceStart = s;
+    *targetStart = t;
+    return result;
+}
+
 } // namespace
 
 // ---- UTF-16 -> UTF-8 ----------------------------------------------------------------------------
@@ -363,13 +414,10 @@ Result utf16ToUtf8Step(const UTF16** sourceStart, const UTF16* sourceEnd, UTF8**
             t += n;
             continue;
         }
-        unsigned consumed = 1;
+        unsigned consumed;
         unsigned n = 0;
-        if (ch >= kSurHighStart && ch <= kSurHighEnd && s + 1 < sourceEnd && s[1] >= kSurLowStart &&
-            s[1] <= kSurLowEnd) {
-            ch = ((ch - kSurHighStart) << 10) + (s[1] - kSurLowStart) + 0x10000;
-            consumed = 2;
-        } else if (ch >= kSurHighStart && ch <= kSurLowEnd) {
+        ch = readUTF16(s, sourceEnd, consumed);
+        if (consumed == 1 && isSurrogate(ch)) {
             // A lone surrogate: what the policy makes of it.
             if (policy == Policy::strict) {
                 result = resultSourceIllegal;
@@ -606,7 +654,7 @@ Result utf8ToUtf16Step(const UTF8** sourceStart, const UTF8* sourceEnd, UTF16** 
         uint32_t ch;
         unsigned len;
         result = readUTF8(s, sourceEnd, ch, len);
-        if (result == resultOK && policy == Policy::escapeBytes && ch >= kSurHighStart && ch <= kSurLowEnd)
+        if (result == resultOK && policy == Policy::escapeBytes && isSurrogate(ch))
             result = resultSourceIllegal;
         if (result != resultOK && (policy == Policy::replace || policy == Policy::escapeBytes)) {
             // The byte that starts no legal sequence stands for itself, and decoding goes
@@ -626,21 +674,14 @@ Result utf8ToUtf16Step(const UTF8** sourceStart, const UTF8* sourceEnd, UTF16** 
             result = resultTargetExhausted;
             break;
         }
+        if (policy == Policy::strict && isSurrogate(ch)) {
+            result = resultSourceIllegal;
+            break;
+        }
         // Legal sequences stay at or below 10FFFF.
-        if (ch <= kMaxBmp) {
-            if (policy == Policy::strict && ch >= kSurHighStart && ch <= kSurLowEnd) {
-                result = resultSourceIllegal;
-                break;
-            }
-            *t++ = static_cast<UTF16>(ch);
-        } else {
-            if (t + 1 >= targetEnd) {
-                result = resultTargetExhausted;
-                break;
-            }
-            ch -= 0x10000;
-            *t++ = static_cast<UTF16>(kSurHighStart + (ch >> 10));
-            *t++ = static_cast<UTF16>(kSurLowStart + (ch & 0x3FF));
+        if (!writeUTF16(t, targetEnd, ch)) {
+            result = resultTargetExhausted;
+            break;
         }
         s += len;
     }
@@ -649,142 +690,74 @@ Result utf8ToUtf16Step(const UTF8** sourceStart, const UTF8* sourceEnd, UTF16** 
     return result;
 }
 
-// ---- UTF-8 -> UTF-32 ----------------------------------------------------------------------------
+// ---- UTF-32 -------------------------------------------------------------------------------------
 
 Result utf8ToUtf32Step(const UTF8** sourceStart, const UTF8* sourceEnd, UTF32** targetStart, UTF32* targetEnd)
 {
-    Result result = resultOK;
-    const UTF8* s = *sourceStart;
-    UTF32* t = *targetStart;
-    while (s < sourceEnd) {
-        if (*s < 0x80) {
-            if (t >= targetEnd) {
-                result = resultTargetExhausted;
-                break;
-            }
-            *t++ = *s++;
-            continue;
+    return eachCharacter(sourceStart, sourceEnd, targetStart, [&](const UTF8*& s, UTF32*& t) {
+        uint32_t ch = *s;
+        unsigned len = 1;
+        if (ch >= 0x80) {
+            const Result r = readUTF8(s, sourceEnd, ch, len);
+            if (r != resultOK)
+                return r;
         }
-        uint32_t ch;
-        unsigned len;
-        result = readUTF8(s, sourceEnd, ch, len);
-        if (result != resultOK)
-            break;
-        if (t >= targetEnd) {
-            result = resultTargetExhausted;
-            break;
-        }
-        // Legal sequences stay far below 80000000 hex, which would become U+FFFD.
-        *t++ = ch < 0x80000000u ? ch : kReplacementChar;
+        if (t >= targetEnd)
+            return resultTargetExhausted;
+        *t++ = ch; // legal sequences stay at or below 10FFFF
         s += len;
-    }
-    *sourceStart = s;
-    *targetStart = t;
-    return result;
+        return resultOK;
+    });
 }
 
-// ---- UTF-32 -> UTF-8 ----------------------------------------------------------------------------
-
-Result utf32ToUtf8Step(const UTF32** sourceStart, const UTF32* sourceEnd, UTF8** targetStart, UTF8* targetEnd, bool strict)
+Result utf32ToUtf8Step(const UTF32** sourceStart, const UTF32* sourceEnd, UTF8** targetStart, UTF8* targetEnd,
+                       bool strict)
 {
-    Result result = resultOK;
-    const UTF32* s = *sourceStart;
-    UTF8* t = *targetStart;
-    while (s < sourceEnd) {
-        UTF32 value = *s;
-        if (strict &&
-            ((value >= kSurHighStart && value <= kSurLowEnd) || value > kMaxLegalUtf32)) {
-            result = resultSourceIllegal;
-            break;
-        }
+    return eachCharacter(sourceStart, sourceEnd, targetStart, [&](const UTF32*& s, UTF8*& t) {
+        const UTF32 value = *s;
+        if (strict && (isSurrogate(value) || value > kMaxLegalUtf32))
+            return resultSourceIllegal;
         const uint32_t ch = value > kMaxLegalUtf32 ? kReplacementChar : static_cast<uint32_t>(value);
         const unsigned n = utf8BytesFor(ch);
-        if (static_cast<size_t>(targetEnd - t) < n) {
-            result = resultTargetExhausted;
-            break;
-        }
+        if (static_cast<size_t>(targetEnd - t) < n)
+            return resultTargetExhausted;
         writeUTF8(t, ch, n);
         t += n;
         ++s;
-    }
-    *sourceStart = s;
-    *targetStart = t;
-    return result;
+        return resultOK;
+    });
 }
 
-// ---- UTF-16 -> UTF-32 ---------------------------------------------------------------------------
-
-Result utf16ToUtf32Step(const UTF16** sourceStart, const UTF16* sourceEnd, UTF32** targetStart, UTF32* targetEnd, bool strict)
+Result utf16ToUtf32Step(const UTF16** sourceStart, const UTF16* sourceEnd, UTF32** targetStart, UTF32* targetEnd,
+                        bool strict)
 {
-    Result result = resultOK;
-    const UTF16* s = *sourceStart;
-    UTF32* t = *targetStart;
-    while (s < sourceEnd) {
-        uint32_t ch = *s;
-        unsigned consumed = 1;
-        if (ch >= kSurHighStart && ch <= kSurHighEnd) {
-            if (s + 1 < sourceEnd && s[1] >= kSurLowStart && s[1] <= kSurLowEnd) {
-                ch = ((ch - kSurHighStart) << 10) + (s[1] - kSurLowStart) + 0x10000;
-                consumed = 2;
-            } else if (strict) {
-                result = resultSourceIllegal;
-                break;
-            }
-        } else if (ch >= kSurLowStart && ch <= kSurLowEnd && strict) {
-            result = resultSourceIllegal;
-            break;
-        }
-        if (t >= targetEnd) {
-            result = resultTargetExhausted;
-            break;
-        }
+    return eachCharacter(sourceStart, sourceEnd, targetStart, [&](const UTF16*& s, UTF32*& t) {
+        unsigned used;
+        const uint32_t ch = readUTF16(s, sourceEnd, used);
+        if (strict && used == 1 && isSurrogate(ch))
+            return resultSourceIllegal;
+        if (t >= targetEnd)
+            return resultTargetExhausted;
         *t++ = ch;
-        s += consumed;
-    }
-    *sourceStart = s;
-    *targetStart = t;
-    return result;
+        s += used;
+        return resultOK;
+    });
 }
 
-// ---- UTF-32 -> UTF-16 ---------------------------------------------------------------------------
-
-Result utf32ToUtf16Step(const UTF32** sourceStart, const UTF32* sourceEnd, UTF16** targetStart, UTF16* targetEnd, bool strict)
+Result utf32ToUtf16Step(const UTF32** sourceStart, const UTF32* sourceEnd, UTF16** targetStart, UTF16* targetEnd,
+                        bool strict)
 {
-    Result result = resultOK;
-    const UTF32* s = *sourceStart;
-    UTF16* t = *targetStart;
-    while (s < sourceEnd) {
+    return eachCharacter(sourceStart, sourceEnd, targetStart, [&](const UTF32*& s, UTF16*& t) {
         const UTF32 ch = *s;
-        if (t >= targetEnd) {
-            result = resultTargetExhausted;
-            break;
-        }
-        if (ch <= kMaxBmp) {
-            if (strict && ch >= kSurHighStart && ch <= kSurLowEnd) {
-                result = resultSourceIllegal;
-                break;
-            }
-            *t++ = static_cast<UTF16>(ch);
-        } else if (ch > kMaxLegalUtf32) {
-            if (strict) {
-                result = resultSourceIllegal;
-                break;
-            }
-            *t++ = static_cast<UTF16>(kReplacementChar);
-        } else {
-            if (t + 1 >= targetEnd) {
-                result = resultTargetExhausted;
-                break;
-            }
-            const uint32_t v = static_cast<uint32_t>(ch) - 0x10000;
-            *t++ = static_cast<UTF16>(kSurHighStart + (v >> 10));
-            *t++ = static_cast<UTF16>(kSurLowStart + (v & 0x3FF));
-        }
+        if (t >= targetEnd)
+            return resultTargetExhausted;
+        if (strict && (isSurrogate(ch) || ch > kMaxLegalUtf32))
+            return resultSourceIllegal;
+        if (!writeUTF16(t, targetEnd, ch > kMaxLegalUtf32 ? kReplacementChar : static_cast<uint32_t>(ch)))
+            return resultTargetExhausted;
         ++s;
-    }
-    *sourceStart = s;
-    *targetStart = t;
-    return result;
+        return resultOK;
+    });
 }
 
 // ---- whole conversions --------------------------------------------------------------------------

@@ -471,32 +471,35 @@ const char* policyName(Policy p)
 
 const size_t kGuard = 32;
 
-// One decoding step of the core into room units inside guard units on both sides.
-Outcome coreFromUtf8(const Bytes& in, size_t room, Policy policy)
+// One step of the core into room elements, with guard elements on both sides.
+template <class In, class Out, class Step>
+Outcome guarded(const std::vector<In>& in, size_t room, Out guard, Step step)
 {
-    std::vector<unsigned short> buf(room + 2 * kGuard, 0xA5A5);
-    const unsigned char* s = in.data();
-    unsigned short* t = buf.data() + kGuard;
-    const int r = utf::utf8ToUtf16Step(&s, in.data() + in.size(), &t, buf.data() + kGuard + room, policy);
+    std::vector<Out> buf(room + 2 * kGuard, guard);
+    const In* s = in.data();
+    Out* t = buf.data() + kGuard;
+    const int r = step(&s, in.data() + in.size(), &t, buf.data() + kGuard + room);
     for (size_t k = 0; k < kGuard; ++k) {
-        EXPECT_EQ(buf[k], 0xA5A5) << "written before the target";
-        EXPECT_EQ(buf[kGuard + room + k], 0xA5A5) << "written past the target, room " << room;
+        EXPECT_EQ(buf[k], guard) << "written before the target";
+        EXPECT_EQ(buf[kGuard + room + k], guard) << "written past the target, room " << room;
     }
     return Outcome{r, static_cast<size_t>(s - in.data()), std::vector<unsigned long>(buf.data() + kGuard, t)};
 }
 
-// One encoding step of the core into room bytes inside guard bytes on both sides.
+Outcome coreFromUtf8(const Bytes& in, size_t room, Policy policy)
+{
+    return guarded(in, room, static_cast<unsigned short>(0xA5A5),
+                   [policy](const unsigned char** s, const unsigned char* se, unsigned short** t, unsigned short* te) {
+                       return utf::utf8ToUtf16Step(s, se, t, te, policy);
+                   });
+}
+
 Outcome coreToUtf8(const Units& in, size_t room, Policy policy)
 {
-    Bytes buf(room + 2 * kGuard, 0xA5);
-    const unsigned short* s = in.data();
-    unsigned char* t = buf.data() + kGuard;
-    const int r = utf::utf16ToUtf8Step(&s, in.data() + in.size(), &t, buf.data() + kGuard + room, policy);
-    for (size_t k = 0; k < kGuard; ++k) {
-        EXPECT_EQ(buf[k], 0xA5) << "written before the target";
-        EXPECT_EQ(buf[kGuard + room + k], 0xA5) << "written past the target, room " << room;
-    }
-    return Outcome{r, static_cast<size_t>(s - in.data()), std::vector<unsigned long>(buf.data() + kGuard, t)};
+    return guarded(in, room, static_cast<unsigned char>(0xA5),
+                   [policy](const unsigned short** s, const unsigned short* se, unsigned char** t, unsigned char* te) {
+                       return utf::utf16ToUtf8Step(s, se, t, te, policy);
+                   });
 }
 
 // The same input through the public steps (lenient and strict only) must agree too.
