@@ -1,8 +1,10 @@
 // The UTF-8 decoders (to UTF-16 and to UTF-32) and the UTF-16 encoder on arbitrary
 // input. Checks: no crash and no read outside the input (the input is copied to a
 // block of its exact size), results and positions within their documented bounds,
-// whole-or-nothing failure, and exact round trips of what was accepted.
+// whole-or-nothing failure, and exact round trips of what was accepted. Then the
+// lenient policy of the converter core against the per-character rules.
 #include "vardo/UTFConverter.h"
+#include "utf_policy_fuzz.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -125,5 +127,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     CHECK(r == conversionOK || r == targetExhausted);
     CHECK(partLen <= room8 && std::memcmp(part.data(), u8.data(), partLen) == 0);
     CHECK(r == conversionOK ? partLen == written : partLen < written);
-    return 0;
+    return utf_fuzz::run(data, size, utf_fuzz::Policy::lenient);
 }

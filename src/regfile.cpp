@@ -2,7 +2,9 @@
 #include "vardo/regfile.h"
 
 #include "os/os_registry.h"
+#include "utfcore.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -364,65 +366,17 @@ bool SRegFile::Decode(const unsigned char* bytes, size_t size, SWCharString& tex
     text.empty();
     Units u;
     if (size >= 2 && ((bytes[0] == 0xFF && bytes[1] == 0xFE) || (bytes[0] == 0xFE && bytes[1] == 0xFF))) {
-        bool little = bytes[0] == 0xFF;
         if (size % 2 != 0)
             return false;
-        u.reserve(size / 2);
-        for (size_t i = 2; i < size; i += 2) {
-            unsigned short c = little ? static_cast<unsigned short>(bytes[i] | (bytes[i + 1] << 8))
-                                      : static_cast<unsigned short>((bytes[i] << 8) | bytes[i + 1]);
-            if (c == 0)
-                return false;
-            u.push_back(c);
-        }
+        u.resize(size / 2 - 1);
+        utf::bytesToUtf16(bytes + 2, u.size(), u.data(), bytes[0] == 0xFE);
     } else {
-        size_t i = 0;
-        if (size >= 3 && bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF)
-            i = 3;
-        u.reserve(size);
-        while (i < size) {
-            unsigned int c = bytes[i];
-            unsigned int need, min;
-            if (c == 0)
-                return false;
-            if (c < 0x80) {
-                u.push_back(static_cast<unsigned short>(c));
-                ++i;
-                continue;
-            } else if ((c & 0xE0) == 0xC0) {
-                need = 1;
-                c &= 0x1F;
-                min = 0x80;
-            } else if ((c & 0xF0) == 0xE0) {
-                need = 2;
-                c &= 0x0F;
-                min = 0x800;
-            } else if ((c & 0xF8) == 0xF0) {
-                need = 3;
-                c &= 0x07;
-                min = 0x10000;
-            } else {
-                return false;
-            }
-            if (i + need >= size)
-                return false;
-            for (unsigned int k = 1; k <= need; ++k) {
-                if ((bytes[i + k] & 0xC0) != 0x80)
-                    return false;
-                c = (c << 6) | (bytes[i + k] & 0x3F);
-            }
-            if (c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
-                return false;
-            i += need + 1;
-            if (c >= 0x10000) {
-                c -= 0x10000;
-                u.push_back(static_cast<unsigned short>(0xD800 + (c >> 10)));
-                u.push_back(static_cast<unsigned short>(0xDC00 + (c & 0x3FF)));
-            } else {
-                u.push_back(static_cast<unsigned short>(c));
-            }
-        }
+        const size_t bom = size >= 3 && bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF ? 3 : 0;
+        if (!utf::utf8ToUtf16(bytes + bom, size - bom, u, utf::Policy::strict))
+            return false;
     }
+    if (std::find(u.begin(), u.end(), 0) != u.end())
+        return false;
     u.push_back(0);
     text = SWCharString(u.data());
     return true;

@@ -2,6 +2,7 @@
 // nothing failure of the string conversions, the length bound, and a randomized
 // comparison of the fast converters with a plain per-character rendering of the rules.
 #include "vardo/UTFConverter.h"
+#include "utf_reference.h"
 
 #include <gtest/gtest.h>
 
@@ -43,81 +44,18 @@ Bytes toUtf8(const SWCharString& s)
 
 bool fromUtf8(SWCharString& s, const Bytes& b) { return s.fromUTF8(b.data(), static_cast<unsigned int>(b.size())); }
 
-// ---- the rules, one character at a time, written independently of the library ----------------
+using utfref::Outcome;
+using Vardo400::utf::Policy;
 
-struct Outcome {
-    int result;
-    size_t consumed;
-    std::vector<unsigned long> out;
-    bool operator==(const Outcome& o) const { return result == o.result && consumed == o.consumed && out == o.out; }
-};
-
-// UTF-8 to UTF-16 (wide = false) or UTF-32 (wide = true).
 Outcome refFromUtf8(const Bytes& in, size_t room, bool strict, bool toUtf32)
 {
-    Outcome o{0, 0, {}};
-    size_t i = 0;
-    while (i < in.size()) {
-        const unsigned b = in[i];
-        const unsigned extra = b < 0xC0 ? 0 : b < 0xE0 ? 1 : b < 0xF0 ? 2 : b < 0xF8 ? 3 : b < 0xFC ? 4 : 5;
-        if (i + extra >= in.size()) { o.result = sourceExhausted; break; }
-        bool legal = extra <= 3 && !(b >= 0x80 && b <= 0xC1) && b <= 0xF4;
-        for (unsigned k = 1; k <= extra && legal; ++k)
-            legal = in[i + k] >= 0x80 && in[i + k] <= 0xBF;
-        if (legal && extra >= 1) {
-            const unsigned a = in[i + 1];
-            if ((b == 0xE0 && a < 0xA0) || (b == 0xF0 && a < 0x90) || (b == 0xF4 && a > 0x8F))
-                legal = false;
-        }
-        if (!legal) { o.result = sourceIllegal; break; }
-        static const unsigned leadMask[4] = {0x7F, 0x1F, 0x0F, 0x07};
-        unsigned long cp = b & leadMask[extra];
-        for (unsigned k = 1; k <= extra; ++k)
-            cp = (cp << 6) | (in[i + k] & 0x3F);
-        if (o.out.size() >= room) { o.result = targetExhausted; break; }
-        if (toUtf32) {
-            o.out.push_back(cp);
-        } else if (cp <= 0xFFFF) {
-            if (strict && cp >= 0xD800 && cp <= 0xDFFF) { o.result = sourceIllegal; break; }
-            o.out.push_back(cp);
-        } else {
-            if (o.out.size() + 2 > room) { o.result = targetExhausted; break; }
-            o.out.push_back(0xD800 + ((cp - 0x10000) >> 10));
-            o.out.push_back(0xDC00 + ((cp - 0x10000) & 0x3FF));
-        }
-        i += extra + 1;
-    }
-    o.consumed = i;
-    return o;
+    return utfref::fromUtf8(in.data(), in.size(), room, strict && !toUtf32 ? Policy::strict : Policy::lenient,
+                            0xFFFD, toUtf32);
 }
 
 Outcome refUtf16ToUtf8(const Units& in, size_t room, bool strict)
 {
-    Outcome o{0, 0, {}};
-    size_t i = 0;
-    while (i < in.size()) {
-        unsigned long cp = in[i];
-        size_t used = 1;
-        const bool high = cp >= 0xD800 && cp <= 0xDBFF;
-        const bool low = cp >= 0xDC00 && cp <= 0xDFFF;
-        if (high && i + 1 < in.size() && in[i + 1] >= 0xDC00 && in[i + 1] <= 0xDFFF) {
-            cp = 0x10000 + ((cp - 0xD800) << 10) + (in[i + 1] - 0xDC00);
-            used = 2;
-        } else if ((high || low) && strict) {
-            o.result = sourceIllegal;
-            break;
-        }
-        Bytes enc;
-        if (cp < 0x80) enc = {static_cast<unsigned char>(cp)};
-        else if (cp < 0x800) enc = {static_cast<unsigned char>(0xC0 | (cp >> 6)), static_cast<unsigned char>(0x80 | (cp & 0x3F))};
-        else if (cp < 0x10000) enc = {static_cast<unsigned char>(0xE0 | (cp >> 12)), static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F)), static_cast<unsigned char>(0x80 | (cp & 0x3F))};
-        else enc = {static_cast<unsigned char>(0xF0 | (cp >> 18)), static_cast<unsigned char>(0x80 | ((cp >> 12) & 0x3F)), static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F)), static_cast<unsigned char>(0x80 | (cp & 0x3F))};
-        if (o.out.size() + enc.size() > room) { o.result = targetExhausted; break; }
-        o.out.insert(o.out.end(), enc.begin(), enc.end());
-        i += used;
-    }
-    o.consumed = i;
-    return o;
+    return utfref::toUtf8(in.data(), in.size(), room, strict ? Policy::strict : Policy::lenient);
 }
 
 // Random text built from pieces: long ASCII runs (to exercise the word-at-a-time paths),
@@ -513,4 +451,302 @@ TEST(UTFConverter, LengthBoundAndRoundTrips)
         ASSERT_TRUE(fromUtf8(t, v));
         ASSERT_EQ(toUtf8(t), v);
     }
+}
+
+// ---- the converter core under every policy ---------------------------------------------------------
+
+namespace {
+
+const Policy kPolicies[] = {Policy::lenient, Policy::strict, Policy::replace, Policy::escapeBytes};
+
+const char* policyName(Policy p)
+{
+    switch (p) {
+    case Policy::lenient: return "lenient";
+    case Policy::strict: return "strict";
+    case Policy::replace: return "replace";
+    default: return "escapeBytes";
+    }
+}
+
+const size_t kGuard = 32;
+
+// One step of the core into room elements, with guard elements on both sides.
+template <class In, class Out, class Step>
+Outcome guarded(const std::vector<In>& in, size_t room, Out guard, Step step)
+{
+    std::vector<Out> buf(room + 2 * kGuard, guard);
+    const In* s = in.data();
+    Out* t = buf.data() + kGuard;
+    const int r = step(&s, in.data() + in.size(), &t, buf.data() + kGuard + room);
+    for (size_t k = 0; k < kGuard; ++k) {
+        EXPECT_EQ(buf[k], guard) << "written before the target";
+        EXPECT_EQ(buf[kGuard + room + k], guard) << "written past the target, room " << room;
+    }
+    return Outcome{r, static_cast<size_t>(s - in.data()), std::vector<unsigned long>(buf.data() + kGuard, t)};
+}
+
+Outcome coreFromUtf8(const Bytes& in, size_t room, Policy policy)
+{
+    return guarded(in, room, static_cast<unsigned short>(0xA5A5),
+                   [policy](const unsigned char** s, const unsigned char* se, unsigned short** t, unsigned short* te) {
+                       return utf::utf8ToUtf16Step(s, se, t, te, policy);
+                   });
+}
+
+Outcome coreToUtf8(const Units& in, size_t room, Policy policy)
+{
+    return guarded(in, room, static_cast<unsigned char>(0xA5),
+                   [policy](const unsigned short** s, const unsigned short* se, unsigned char** t, unsigned char* te) {
+                       return utf::utf16ToUtf8Step(s, se, t, te, policy);
+                   });
+}
+
+// The same input through the public steps (lenient and strict only) must agree too.
+void expectPublicAgrees(const Bytes& in, size_t room, Policy policy, const Outcome& expect)
+{
+    if (policy != Policy::lenient && policy != Policy::strict)
+        return;
+    std::vector<unsigned short> out(room + 1, 0xA5A5);
+    const unsigned char* s = in.data();
+    unsigned short* t = out.data();
+    const int r = ConvertUTF8toUTF16(&s, in.data() + in.size(), &t, out.data() + room,
+                                     policy == Policy::strict ? strictConversion : lenientConversion);
+    EXPECT_EQ((Outcome{r, static_cast<size_t>(s - in.data()), std::vector<unsigned long>(out.data(), t)}), expect);
+    EXPECT_EQ(out[room], 0xA5A5);
+}
+
+// Every malformed form a lead byte can start: stray and invalid leads, overlong forms,
+// values above 10FFFF, encoded surrogates, five- and six-byte forms, cut sequences.
+std::vector<Bytes> badForms()
+{
+    std::vector<Bytes> forms;
+    for (unsigned b = 0x80; b <= 0xFF; ++b) {
+        if (b >= 0xC2 && b <= 0xF4)
+            forms.push_back(Bytes{static_cast<unsigned char>(b)}); // cut short (before ASCII)
+        else
+            forms.push_back(Bytes{static_cast<unsigned char>(b), 0x80, 0x80, 0x80}); // never a lead
+    }
+    const Bytes fixed[] = {
+        {0xC0, 0x80}, {0xC0, 0xAE}, {0xC0, 0xAF}, {0xC1, 0xBF}, {0xC1, 0x81},           // overlong two-byte
+        {0xE0, 0x80, 0x80}, {0xE0, 0x80, 0xAE}, {0xE0, 0x9F, 0xBF},                    // overlong three-byte
+        {0xF0, 0x80, 0x80, 0x80}, {0xF0, 0x80, 0x80, 0xAE}, {0xF0, 0x8F, 0xBF, 0xBF},  // overlong four-byte
+        {0xF4, 0x90, 0x80, 0x80}, {0xF5, 0x80, 0x80, 0x80}, {0xF7, 0xBF, 0xBF, 0xBF},  // above 10FFFF
+        {0xED, 0xA0, 0x80}, {0xED, 0xBF, 0xBF}, {0xED, 0xA0, 0xBD, 0xED, 0xB8, 0x80},  // encoded surrogates
+        {0xF8, 0x88, 0x80, 0x80, 0x80}, {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80},          // five and six bytes
+        {0xC3, 0x41}, {0xE2, 0x82, 0x41}, {0xF0, 0x9F, 0x98, 0x41}, {0xE2, 0x41, 0x82}, // bad trailing byte
+        {0xC3, 0xC3, 0xA9}, {0xE2, 0x82}, {0xF0, 0x9F, 0x98}, {0x80}, {0xBF, 0xBF},
+    };
+    forms.insert(forms.end(), std::begin(fixed), std::end(fixed));
+    return forms;
+}
+
+// Text of a given kind, at least minBytes long: ASCII, two-byte, three-byte, mixed
+// with four-byte characters (so every fast path sees it).
+Bytes filler(int kind, size_t minBytes)
+{
+    static const char* const pieces[] = {"plain ascii text, ", "\xD0\xB0\xD0\xB1\xD0\xB2 ",
+                                         "\xE4\xB8\xAD\xE6\x96\x87\xE5\xAD\x97",
+                                         "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF "};
+    Bytes b;
+    while (b.size() < minBytes)
+        b.insert(b.end(), pieces[kind], pieces[kind] + std::strlen(pieces[kind]));
+    return b;
+}
+
+} // namespace
+
+TEST(UTFCore, EveryPolicyMatchesThePerCharacterRules)
+{
+    std::mt19937 rng(4242);
+    for (int iter = 0; iter < 3000; ++iter) {
+        // Now and then past 4096 bytes, where the block paths run for a long time.
+        Bytes in = randomUtf8(rng, (iter & 2) != 0);
+        if (iter % 50 == 0)
+            while (in.size() < 5000)
+                for (unsigned char c : randomUtf8(rng, (iter & 4) != 0))
+                    in.push_back(c);
+        const Units u = randomUtf16(rng, false);
+        for (Policy p : kPolicies) {
+            SCOPED_TRACE(policyName(p));
+            const size_t rooms[] = {in.size(), std::uniform_int_distribution<size_t>(0, in.size())(rng)};
+            for (size_t room : rooms) {
+                const Outcome expect = utfref::fromUtf8(in.data(), in.size(), room, p);
+                ASSERT_EQ(coreFromUtf8(in, room, p), expect) << "input " << ::testing::PrintToString(in) << " room " << room;
+                expectPublicAgrees(in, room, p, expect);
+            }
+            const size_t rooms8[] = {3 * u.size(), std::uniform_int_distribution<size_t>(0, 3 * u.size())(rng)};
+            for (size_t room : rooms8)
+                ASSERT_EQ(coreToUtf8(u, room, p), utfref::toUtf8(u.data(), u.size(), room, p))
+                    << "input " << ::testing::PrintToString(u) << " room " << room;
+        }
+        // Names on disk: any bytes come back exactly through the escaping policy.
+        std::vector<unsigned short> names;
+        ASSERT_TRUE(utf::utf8ToUtf16(in.data(), in.size(), names, Policy::escapeBytes));
+        std::string back;
+        ASSERT_TRUE(utf::utf16ToUtf8(names.data(), names.size(), back, Policy::escapeBytes));
+        ASSERT_EQ(Bytes(back.begin(), back.end()), in);
+    }
+}
+
+TEST(UTFCore, DefectsDeepInLongTextActAsAtItsStart)
+{
+    // Every malformed form at every byte offset of 48 bytes and more of each kind of text
+    // (so that the sixteen-byte steps and the windows have run before it) gives what the
+    // per-character rules give, under every policy and with the target just large enough.
+    const std::vector<Bytes> forms = badForms();
+    for (int kind = 0; kind < 4; ++kind) {
+        const Bytes text = filler(kind, 48);
+        for (const Bytes& form : forms) {
+            for (size_t at = 0; at <= text.size(); ++at) {
+                Bytes in(text.begin(), text.begin() + at);
+                in.insert(in.end(), form.begin(), form.end());
+                in.insert(in.end(), text.begin() + at, text.end());
+                for (Policy p : kPolicies) {
+                    const Outcome expect = utfref::fromUtf8(in.data(), in.size(), in.size(), p);
+                    const Outcome got = coreFromUtf8(in, in.size(), p);
+                    ASSERT_EQ(got, expect) << policyName(p) << " kind " << kind << " form "
+                                           << ::testing::PrintToString(form) << " at " << at;
+                    expectPublicAgrees(in, in.size(), p, expect);
+                }
+                // The string conversion refuses it wherever it stands (encoded surrogates
+                // excepted: they are legal).
+                if (form[0] != 0xED) {
+                    SWCharString w;
+                    ASSERT_FALSE(fromUtf8(w, in)) << ::testing::PrintToString(form) << " at " << at;
+                    ASSERT_TRUE(w.isEmpty());
+                }
+            }
+        }
+    }
+    // The forms that a careless fast path would take, spelled out.
+    Bytes in(40, 'x');
+    in.push_back(0xC0);
+    in.push_back(0xAE);
+    in.insert(in.end(), 20, 'y');
+    std::vector<unsigned short> out;
+    EXPECT_FALSE(utf::utf8ToUtf16(in.data(), in.size(), out, Policy::lenient));
+    ASSERT_TRUE(utf::utf8ToUtf16(in.data(), in.size(), out, Policy::replace));
+    EXPECT_EQ(out[40], 0xFFFD);
+    EXPECT_EQ(out[41], 0xFFFD);
+    ASSERT_TRUE(utf::utf8ToUtf16(in.data(), in.size(), out, Policy::escapeBytes));
+    EXPECT_EQ(out[40], 0xDCC0);
+    EXPECT_EQ(out[41], 0xDCAE);
+}
+
+TEST(UTFCore, NoStepWritesOutsideItsTarget)
+{
+    // Every target size from 0 to 3n + 2 bytes for n = 9 .. 40 units of text without
+    // ASCII (two-byte, three-byte, pairs, lone surrogates), guarded on both sides.
+    std::mt19937 rng(99);
+    for (size_t n = 9; n <= 40; n += (n < 20 ? 1 : 7)) {
+        for (int kind = 0; kind < 4; ++kind) {
+            Units u;
+            while (u.size() < n) {
+                switch (kind) {
+                case 0: u.push_back(static_cast<unsigned short>(0x400 + rng() % 0x100)); break;
+                case 1: u.push_back(static_cast<unsigned short>(0x4E00 + rng() % 0x5000)); break;
+                case 2: u.push_back(0xD83D); u.push_back(static_cast<unsigned short>(0xDE00 + rng() % 0x40)); break;
+                default: u.push_back(static_cast<unsigned short>(rng() % 2 ? 0x800 + rng() % 0x100 : 0xDC80 + rng() % 0x80)); break;
+                }
+            }
+            for (Policy p : kPolicies) {
+                for (size_t room = 0; room <= 3 * u.size() + 2; ++room)
+                    ASSERT_EQ(coreToUtf8(u, room, p), utfref::toUtf8(u.data(), u.size(), room, p))
+                        << policyName(p) << " kind " << kind << " units " << u.size() << " room " << room;
+                // Through the public step as well, where the policy is one of its modes.
+                if (p != Policy::lenient && p != Policy::strict)
+                    continue;
+                for (size_t room = 0; room <= 3 * u.size() + 2; ++room) {
+                    Bytes buf(room + 2 * kGuard, 0xA5);
+                    const unsigned short* s = u.data();
+                    unsigned char* t = buf.data() + kGuard;
+                    ConvertUTF16toUTF8(&s, u.data() + u.size(), &t, buf.data() + kGuard + room,
+                                       p == Policy::strict ? strictConversion : lenientConversion);
+                    for (size_t k = 0; k < kGuard; ++k)
+                        ASSERT_EQ(buf[kGuard + room + k], 0xA5) << "room " << room;
+                }
+            }
+            // And the way back, every target size from 0 to the units + 2.
+            std::string bytes;
+            ASSERT_TRUE(utf::utf16ToUtf8(u.data(), u.size(), bytes, Policy::lenient));
+            const Bytes b(bytes.begin(), bytes.end());
+            for (Policy p : kPolicies)
+                for (size_t room = 0; room <= u.size() + 2; ++room)
+                    ASSERT_EQ(coreFromUtf8(b, room, p), utfref::fromUtf8(b.data(), b.size(), room, p))
+                        << policyName(p) << " room " << room;
+        }
+    }
+}
+
+TEST(UTFCore, LongTextWithFourByteCharacters)
+{
+    // Past 4096 bytes the string conversion sizes its buffer by counting units; every
+    // four-byte lead (F0 to F4, the last one for U+100000 .. U+10FFFF) needs two.
+    std::mt19937 rng(4096);
+    for (size_t size : {4090u, 4097u, 4100u, 4111u, 5000u, 8195u, 20000u}) {
+        for (unsigned lead = 0xF0; lead <= 0xF4; ++lead) {
+            Bytes in;
+            while (in.size() + 4 < size) {
+                if (rng() % 3 == 0) {
+                    in.push_back(static_cast<unsigned char>('a' + rng() % 26));
+                    continue;
+                }
+                in.push_back(static_cast<unsigned char>(lead));
+                in.push_back(static_cast<unsigned char>(lead == 0xF0 ? 0x90 + rng() % 0x30 : lead == 0xF4 ? 0x80 + rng() % 0x10 : 0x80 + rng() % 0x40));
+                in.push_back(static_cast<unsigned char>(0x80 + rng() % 0x40));
+                in.push_back(static_cast<unsigned char>(0x80 + rng() % 0x40));
+            }
+            ASSERT_EQ(utf::utf8UnitCount(in.data(), in.size()), utfref::unitCount(in.data(), in.size()));
+            const Outcome expect = utfref::fromUtf8(in.data(), in.size(), in.size(), Policy::lenient);
+            ASSERT_EQ(expect.result, 0);
+            SWCharString w;
+            ASSERT_TRUE(fromUtf8(w, in)) << "lead " << std::hex << lead << " size " << std::dec << in.size();
+            const Units got = units(w);
+            ASSERT_EQ(std::vector<unsigned long>(got.begin(), got.end()), expect.out);
+            ASSERT_EQ(toUtf8(w), in);
+        }
+    }
+    // The count's per-byte rule for every byte value, in the vector blocks and the tail.
+    for (unsigned b = 0; b < 256; ++b) {
+        for (size_t n : {7u, 16u, 40u, 4100u}) {
+            const Bytes in(n, static_cast<unsigned char>(b));
+            const size_t per = (b < 0x80 || b > 0xBF) + (b >= 0xF0 && b <= 0xF4);
+            ASSERT_EQ(utf::utf8UnitCount(in.data(), n), per * n) << "byte " << b << " n " << n;
+        }
+    }
+}
+
+TEST(UTFCore, PlainCopiesAndByteOrders)
+{
+    const unsigned short u[] = {0x0041, 0x00E9, 0xD83D, 0xDE00, 0xFFFE};
+    unsigned char le[10], be[10];
+    utf::utf16ToBytes(u, 5, le, false);
+    utf::utf16ToBytes(u, 5, be, true);
+    const unsigned char wantLe[] = {0x41, 0, 0xE9, 0, 0x3D, 0xD8, 0x00, 0xDE, 0xFE, 0xFF};
+    const unsigned char wantBe[] = {0, 0x41, 0, 0xE9, 0xD8, 0x3D, 0xDE, 0x00, 0xFF, 0xFE};
+    EXPECT_EQ(Bytes(le, le + 10), Bytes(wantLe, wantLe + 10));
+    EXPECT_EQ(Bytes(be, be + 10), Bytes(wantBe, wantBe + 10));
+    unsigned short back[5];
+    utf::bytesToUtf16(be, 5, back, true);
+    EXPECT_EQ(Units(back, back + 5), Units(u, u + 5));
+    utf::bytesToUtf16(le, 5, back, false);
+    EXPECT_EQ(Units(back, back + 5), Units(u, u + 5));
+
+    // The replacement of the replace policy is the caller's: "?" for the code sets.
+    const Bytes bad = bytesOf("a\xC3(\xF0\x9F\x98\x80z\xE2\x82");
+    unsigned short out[16];
+    const size_t n = utf::utf8ToUtf16Degrading(bad.data(), bad.size(), out);
+    const unsigned short want[] = {'a', '?', '(', 0xD83D, 0xDE00, 'z', '?', '?'};
+    EXPECT_EQ(Units(out, out + n), Units(want, want + 8));
+    // A lone surrogate becomes the replacement when encoding, too.
+    const unsigned short lone[] = {'x', 0xDC00, 'y', 0xD800};
+    std::string enc;
+    ASSERT_TRUE(utf::utf16ToUtf8(lone, 4, enc, Policy::replace));
+    EXPECT_EQ(enc, "x\xEF\xBF\xBDy\xEF\xBF\xBD");
+    ASSERT_TRUE(utf::utf16ToUtf8(lone, 4, enc, Policy::replace, '?'));
+    EXPECT_EQ(enc, "x?y?");
+    EXPECT_FALSE(utf::utf16ToUtf8(lone, 4, enc, Policy::strict));
+    EXPECT_TRUE(enc.empty());
+    EXPECT_FALSE(utf::utf16ToUtf8(lone, 4, enc, Policy::escapeBytes)); // DC00 is no escaped byte
 }

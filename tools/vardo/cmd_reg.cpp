@@ -14,6 +14,7 @@
 #include "vardo/regfile.h"
 #include "vardo/registry.h"
 #include "vardo/strace.h"
+#include "utfcore.h"
 
 #include <cctype>
 #include <cerrno>
@@ -101,13 +102,10 @@ bool parseNumber(const std::string& s, unsigned long long max, unsigned long lon
 
 void appendText(const SWCharString& t, std::vector<unsigned char>& data)
 {
-    const unsigned short* p = t.data();
-    for (unsigned int i = 0; i < t.getLength(); ++i) {
-        data.push_back(static_cast<unsigned char>(p[i] & 0xFF));
-        data.push_back(static_cast<unsigned char>(p[i] >> 8));
-    }
-    data.push_back(0);
-    data.push_back(0);
+    // UTF-16LE with its terminating zero unit.
+    const size_t at = data.size();
+    data.resize(at + 2 * (t.getLength() + 1), 0);
+    Vardo400::utf::utf16ToBytes(t.data(), t.getLength(), data.data() + at, false);
 }
 
 bool buildData(unsigned long type, const std::string& text, std::vector<unsigned char>& data)
@@ -379,12 +377,11 @@ int exportTree(const std::vector<std::string>& a)
         err(utf8(error));
         return 1;
     }
-    std::string bytes = "\xFF\xFE";
-    const unsigned short* p = text.data();
-    for (unsigned int i = 0; i < text.getLength(); ++i) {
-        bytes += static_cast<char>(p[i] & 0xFF);
-        bytes += static_cast<char>(p[i] >> 8);
-    }
+    // UTF-16LE behind its byte-order mark.
+    std::string bytes(2 + 2 * static_cast<size_t>(text.getLength()), '\0');
+    bytes[0] = '\xFF';
+    bytes[1] = '\xFE';
+    Vardo400::utf::utf16ToBytes(text.data(), text.getLength(), reinterpret_cast<unsigned char*>(&bytes[2]), false);
     FILE* f = std::fopen(a[2].c_str(), "wb");
     if (!f) {
         err("cannot write " + a[2] + ": " + std::strerror(errno));

@@ -1,6 +1,7 @@
 // File-system operations on Linux: POSIX calls on UTF-8 paths.
 #include "os/os_fs.h"
 #include "os/os_faults.h"
+#include "utfcore.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -14,6 +15,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <vector>
@@ -30,37 +32,11 @@ std::atomic<uint32_t> g_tempCounter(0);
 // UTF-16 to the bytes of a name on disk (see os_fs.h for the stray-byte rule).
 bool encodePath(const unsigned short* p, size_t n, std::string& out)
 {
-    out.clear();
-    out.reserve(n * 3);
-    for (size_t i = 0; i < n; ++i) {
-        unsigned c = p[i];
-        if (c == 0)
-            return false;
-        if (c < 0x80) {
-            out.push_back((char)c);
-        } else if (c < 0x800) {
-            out.push_back((char)(0xC0 | (c >> 6)));
-            out.push_back((char)(0x80 | (c & 0x3F)));
-        } else if (c >= 0xD800 && c <= 0xDBFF) {
-            if (i + 1 >= n || p[i + 1] < 0xDC00 || p[i + 1] > 0xDFFF)
-                return false;
-            const unsigned cp = 0x10000 + ((c - 0xD800) << 10) + (p[i + 1] - 0xDC00);
-            ++i;
-            out.push_back((char)(0xF0 | (cp >> 18)));
-            out.push_back((char)(0x80 | ((cp >> 12) & 0x3F)));
-            out.push_back((char)(0x80 | ((cp >> 6) & 0x3F)));
-            out.push_back((char)(0x80 | (cp & 0x3F)));
-        } else if (c >= 0xDC00 && c <= 0xDFFF) {
-            if (c < 0xDC80 || c > 0xDCFF)
-                return false;
-            out.push_back((char)(c - 0xDC00));
-        } else {
-            out.push_back((char)(0xE0 | (c >> 12)));
-            out.push_back((char)(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back((char)(0x80 | (c & 0x3F)));
-        }
+    if (std::find(p, p + n, 0) != p + n) {
+        out.clear();
+        return false;
     }
-    return true;
+    return utf::utf16ToUtf8(p, n, out, utf::Policy::escapeBytes);
 }
 
 bool encodePath(const SWCharString& s, std::string& out)
@@ -71,53 +47,11 @@ bool encodePath(const SWCharString& s, std::string& out)
 // Bytes of a name on disk to UTF-16; strict UTF-8, stray bytes kept as U+DC00+byte.
 SWCharString decodePath(const char* s, size_t n)
 {
-    std::u16string out;
-    out.reserve(n);
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(s);
-    size_t i = 0;
-    while (i < n) {
-        const unsigned c = p[i];
-        unsigned need = 0, cp = 0, min = 0;
-        if (c < 0x80) {
-            out.push_back((char16_t)c);
-            ++i;
-            continue;
-        } else if (c >= 0xC2 && c <= 0xDF) {
-            need = 1; cp = c & 0x1F; min = 0x80;
-        } else if (c >= 0xE0 && c <= 0xEF) {
-            need = 2; cp = c & 0x0F; min = 0x800;
-        } else if (c >= 0xF0 && c <= 0xF4) {
-            need = 3; cp = c & 0x07; min = 0x10000;
-        } else {
-            out.push_back((char16_t)(0xDC00 + c));
-            ++i;
-            continue;
-        }
-        bool ok = i + need < n;
-        for (unsigned k = 1; ok && k <= need; ++k) {
-            const unsigned cc = p[i + k];
-            if ((cc & 0xC0) != 0x80)
-                ok = false;
-            else
-                cp = (cp << 6) | (cc & 0x3F);
-        }
-        if (ok && (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)))
-            ok = false;
-        if (!ok) {
-            out.push_back((char16_t)(0xDC00 + c));
-            ++i;
-            continue;
-        }
-        if (cp >= 0x10000) {
-            out.push_back((char16_t)(0xD800 + ((cp - 0x10000) >> 10)));
-            out.push_back((char16_t)(0xDC00 + ((cp - 0x10000) & 0x3FF)));
-        } else {
-            out.push_back((char16_t)cp);
-        }
-        i += need + 1;
-    }
+    std::vector<unsigned short> units;
+    utf::utf8ToUtf16(reinterpret_cast<const unsigned char*>(s), n, units, utf::Policy::escapeBytes);
     SWCharString r;
-    r.concat(reinterpret_cast<const unsigned short*>(out.data()), (unsigned int)out.size());
+    if (!units.empty())
+        r.concat(units.data(), (unsigned int)units.size());
     return r;
 }
 

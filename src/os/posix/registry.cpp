@@ -3,6 +3,7 @@
 #include "os/os_registry.h"
 #include "os/os_env.h"
 #include "os/posix/regstore.h"
+#include "utfcore.h"
 
 #include <cstring>
 #include <map>
@@ -75,97 +76,22 @@ unsigned short regFoldUnit(unsigned short c)
 
 void regUtf16ToUtf8(const unsigned short* s, size_t units, std::string& out, bool fold)
 {
-    out.clear();
-    out.reserve(units);
-    for (size_t i = 0; i < units; ++i) {
-        unsigned int c = s[i];
-        if (c < 0x80) {
-            if (fold && c >= 'a' && c <= 'z')
-                c -= 32;
-            out += static_cast<char>(c);
-            continue;
-        }
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < units && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
-            ++i;
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-            continue;
-        }
-        if (fold)
-            c = regFoldUnit(static_cast<unsigned short>(c));
-        if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            // Lone surrogates too: three bytes, so every name comes back exactly.
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
+    // Lone surrogates are written as three bytes, so every name comes back exactly.
+    if (!fold) {
+        utf::utf16ToUtf8(s, units, out, utf::Policy::lenient);
+        return;
     }
+    // Folding never makes or breaks a surrogate pair, so it can come first.
+    std::vector<unsigned short> folded(s, s + units);
+    for (unsigned short& c : folded)
+        c = regFoldUnit(c);
+    utf::utf16ToUtf8(folded.data(), units, out, utf::Policy::lenient);
 }
 
 SWCharString regUtf8ToUtf16(const char* s, size_t bytes)
 {
     std::vector<unsigned short> u;
-    u.reserve(bytes + 1);
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(s);
-    size_t i = 0;
-    while (i < bytes) {
-        unsigned int c = p[i];
-        unsigned int need = 0;
-        unsigned int min = 0;
-        if (c < 0x80) {
-            u.push_back(static_cast<unsigned short>(c));
-            ++i;
-            continue;
-        } else if ((c & 0xE0) == 0xC0) {
-            need = 1;
-            c &= 0x1F;
-            min = 0x80;
-        } else if ((c & 0xF0) == 0xE0) {
-            need = 2;
-            c &= 0x0F;
-            min = 0x800;
-        } else if ((c & 0xF8) == 0xF0) {
-            need = 3;
-            c &= 0x07;
-            min = 0x10000;
-        } else {
-            u.push_back(0xFFFD);
-            ++i;
-            continue;
-        }
-        if (i + need >= bytes) {
-            u.push_back(0xFFFD);
-            ++i;
-            continue;
-        }
-        bool ok = true;
-        for (unsigned int k = 1; k <= need; ++k) {
-            if ((p[i + k] & 0xC0) != 0x80) {
-                ok = false;
-                break;
-            }
-            c = (c << 6) | (p[i + k] & 0x3F);
-        }
-        if (!ok || c < min || c > 0x10FFFF) {
-            u.push_back(0xFFFD);
-            ++i;
-            continue;
-        }
-        i += need + 1;
-        if (c >= 0x10000) {
-            c -= 0x10000;
-            u.push_back(static_cast<unsigned short>(0xD800 + (c >> 10)));
-            u.push_back(static_cast<unsigned short>(0xDC00 + (c & 0x3FF)));
-        } else {
-            u.push_back(static_cast<unsigned short>(c));
-        }
-    }
+    utf::utf8ToUtf16(reinterpret_cast<const unsigned char*>(s), bytes, u, utf::Policy::replace);
     u.push_back(0);
     return SWCharString(u.data());
 }
