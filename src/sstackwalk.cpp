@@ -81,10 +81,14 @@ std::string moduleBaseName(const std::string& path)
 std::string readableSymbol(const std::string& symbol)
 {
     std::string name = symbol;
+    // Versioned ELF names ("memcpy@@GLIBC_2.14") are shown by their plain name.
+    size_t at = name.find('@');
+    if (at != std::string::npos && at > 0)
+        name.erase(at);
 #ifdef VARDO_HAVE_CXXABI
-    if (symbol.size() > 2 && symbol[0] == '_' && symbol[1] == 'Z') {
+    if (name.size() > 2 && name[0] == '_' && name[1] == 'Z') {
         int status = 0;
-        char* demangled = abi::__cxa_demangle(symbol.c_str(), 0, 0, &status);
+        char* demangled = abi::__cxa_demangle(name.c_str(), 0, 0, &status);
         if (demangled && status == 0)
             name = demangled;
         std::free(demangled);

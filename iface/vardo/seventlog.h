@@ -46,9 +46,9 @@ public:
         debugType = 0x0100
     };
     // Maximum size of the disk file in bytes, by default.
-    static const int64_t DEFAULT_MAXFILE_SIZE = 1024000;
+    static constexpr int64_t DEFAULT_MAXFILE_SIZE = 1024000;
     // Highest number of a rotated copy of the disk file.
-    static const int maxLogFiles = 999;
+    static constexpr int maxLogFiles = 999;
     // The disk file's name when none is given (on platforms without a system event log).
     static const char* const defaultFileName;   // "event.log"
 

@@ -11,6 +11,9 @@
 namespace Vardo400 {
 namespace os {
 
+// True where the system has the Windows event log (which needs no disk file).
+bool eventLogIsNT();
+
 // Opens an event source: Windows registers sourceName on serverName (empty: this
 // computer); Linux connects to the syslog socket and keeps sourceName as the identity
 // of its lines. Null on failure.
