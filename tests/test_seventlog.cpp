@@ -212,17 +212,17 @@ TEST_F(SEventLogTest, NamesAndDefaults)
     } else {
         EXPECT_EQ(W("event.log"), byDefault.getLogFileName());
     }
-    EXPECT_EQ(1024000, SEventLog::DEFAULT_MAXFILE_SIZE);
-    EXPECT_EQ(999, SEventLog::maxLogFiles);
+    EXPECT_EQ(1024000, static_cast<int64_t>(SEventLog::DEFAULT_MAXFILE_SIZE));
+    EXPECT_EQ(999, static_cast<int>(SEventLog::maxLogFiles));
     EXPECT_STREQ("event.log", SEventLog::defaultFileName);
-    EXPECT_EQ(SEventLog::DEFAULT_MAXFILE_SIZE, byDefault.getMaxFileSize());
+    EXPECT_EQ(static_cast<int64_t>(SEventLog::DEFAULT_MAXFILE_SIZE), byDefault.getMaxFileSize());
 }
 
 TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGap)
 {
     // Each line is 20 + 44 + 5 bytes or so; 200 bytes hold two of them.
     DiskEventLog log(file("ev.log"), 200);
-    std::ofstream(m_dir / "ev_3.log") << "older\n";   // beyond a gap: left alone
+    std::ofstream(m_dir / "ev_3.log", std::ios::binary) << "older\n";   // beyond a gap: left alone
     for (int i = 0; i < 7; ++i)
         ASSERT_TRUE(log.writeStrToLog(W("msg" + std::to_string(i))));
     log.closeLogFile();
@@ -245,8 +245,8 @@ TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGap)
 TEST_F(SEventLogTest, RotationDropsTheCopyAtTheLimitAndZeroNeverRotates)
 {
     for (int n = 1; n <= SEventLog::maxLogFiles; ++n)
-        std::ofstream(m_dir / ("full_" + std::to_string(n) + ".log")) << n << "\n";
-    std::ofstream(m_dir / "full.log") << std::string(300, 'x') << "\n";
+        std::ofstream(m_dir / ("full_" + std::to_string(n) + ".log"), std::ios::binary) << n << "\n";
+    std::ofstream(m_dir / "full.log", std::ios::binary) << std::string(300, 'x') << "\n";
     DiskEventLog log(file("full.log"), 200);
     ASSERT_TRUE(log.writeStrToLog(W("after")));
     log.closeLogFile();
@@ -486,3 +486,31 @@ TEST_F(SEventLogTest, SystemPluginWritesTracesAndEventsToSyslog)
     Testing::EventLogSetSyslogSocket(nullptr);
 }
 #endif
+
+TEST_F(SEventLogTest, WindowsEventLogThroughTheSystemPlugin)
+{
+    if (!vardo_test::onWindows())
+        GTEST_SKIP() << "the Windows event log";
+    SEventLog log{SWCharString()};
+    EXPECT_FALSE(log.useDiskFile());
+    ASSERT_TRUE(log.openSource(SWCharString(), W("vardotest"), 42, 7));
+    EXPECT_TRUE(log.writeStrToLog(W("hello from the tests")));
+    SWCharString a = W("a");
+    const unsigned short* strings[1] = {a.data()};
+    EXPECT_TRUE(log.reportEvent(SEventLog::warningType, strings, 1, 1, 5));
+    EXPECT_TRUE(log.closeSource());
+    EXPECT_FALSE(log.closeSource());
+
+    if (std::string(VARDO_TEST_PLUGIN).empty())
+        return;
+    Plugin p;
+    ASSERT_TRUE(p.load());
+    ASSERT_EQ(0, p.initialize(W("C:\\suite\\myserver.exe -numcategories 42").data()));
+    EXPECT_EQ("myserver", p.param("source"));
+    EXPECT_EQ("42", p.param("numcategories"));
+    EXPECT_LE(p.trace(0, W("plain").data()), 0);
+    SWCharString p1 = W("p1");
+    const unsigned short* params[1] = {p1.data()};
+    EXPECT_EQ(0, p.log(1, 2, 1001, 1, params));
+    p.terminate();
+}

@@ -45,10 +45,11 @@ public:
         auditFailure = 0x0010,
         debugType = 0x0100
     };
-    // Maximum size of the disk file in bytes, by default.
-    static constexpr int64_t DEFAULT_MAXFILE_SIZE = 1024000;
+    // Maximum size of the disk file in bytes, by default. (Enumerators, so that they
+    // are constants on every platform without an exported definition.)
+    enum : int64_t { DEFAULT_MAXFILE_SIZE = 1024000 };
     // Highest number of a rotated copy of the disk file.
-    static constexpr int maxLogFiles = 999;
+    enum { maxLogFiles = 999 };
     // The disk file's name when none is given (on platforms without a system event log).
     static const char* const defaultFileName;   // "event.log"
 
