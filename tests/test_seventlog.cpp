@@ -491,7 +491,7 @@ TEST_F(SEventLogTest, WindowsEventLogThroughTheSystemPlugin)
 {
     if (!vardo_test::onWindows())
         GTEST_SKIP() << "the Windows event log";
-    SEventLog log{SWCharString()};
+    DiskEventLog log{SWCharString()};
     EXPECT_FALSE(log.useDiskFile());
     ASSERT_TRUE(log.openSource(SWCharString(), W("vardotest"), 42, 7));
     EXPECT_TRUE(log.writeStrToLog(W("hello from the tests")));
