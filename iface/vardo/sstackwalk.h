@@ -46,7 +46,11 @@ public:
     // Walks the context recorded in an exception and appends as above, skipping skip
     // frames from the faulting one. exceptionPointers is an EXCEPTION_POINTERS* on
     // Windows and a ucontext_t* (a signal handler's third argument) on Linux. False, out
-    // unchanged, for a null pointer or when the context cannot be walked.
+    // unchanged, for a null pointer or when the context cannot be walked. On Linux the
+    // context must lie on the calling thread's stack (a handler of a signal of this
+    // thread); a context from elsewhere gives its faulting frame alone. The walk
+    // allocates memory and takes a lock, so it is not async-signal-safe: use it for a
+    // report on the way out of a crash, not from handlers of signals that recur.
     static bool StackWalkAll(void* exceptionPointers, SWCharString& out, int skip);
 
     // The description of one address, as a walk shows it (for a frame's program counter;
