@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <unordered_map>
 
 #if defined(__has_include)
 #  if __has_include(<cxxabi.h>)
@@ -39,6 +40,22 @@ private:
     LockHolder& operator=(const LockHolder&) = delete;
     CS_Wrapper& m_cs;
 };
+
+// Descriptions already made, by address (times two, plus one for a return address):
+// the same call sites recur in walk after walk. Bounded; emptied whenever the
+// platform says the libraries changed, and with the symbol handler.
+const size_t kMaxCached = 4096;
+std::unordered_map<uint64_t, SWCharString>& descriptionCache()
+{
+    static std::unordered_map<uint64_t, SWCharString> cache;
+    return cache;
+}
+
+void releaseSymbols()
+{
+    descriptionCache().clear();
+    os::stackSymbolsRelease();
+}
 
 // Releases the symbol handler when the process ends, whatever loaded it.
 struct SymbolsAtExit {
@@ -99,7 +116,7 @@ std::string readableSymbol(const std::string& symbol)
     return name;
 }
 
-SWCharString describe(uintptr_t pc, bool returnAddress)
+SWCharString describeUncached(uintptr_t pc, bool returnAddress)
 {
     os::StackAddressInfo info;
     os::stackDescribe(pc, returnAddress, info);
@@ -140,11 +157,30 @@ SWCharString describe(uintptr_t pc, bool returnAddress)
     return out;
 }
 
+const SWCharString& describe(uintptr_t pc, bool returnAddress)
+{
+    std::unordered_map<uint64_t, SWCharString>& cache = descriptionCache();
+    const uint64_t key = (static_cast<uint64_t>(pc) << 1) | (returnAddress ? 1u : 0u);
+    auto it = cache.find(key);
+    if (it != cache.end())
+        return it->second;
+    if (cache.size() >= kMaxCached)
+        cache.clear();
+    return cache.emplace(key, describeUncached(pc, returnAddress)).first->second;
+}
+
+void prepareSymbols()
+{
+    os::stackSymbolsInit();
+    if (os::stackSymbolsRefresh())
+        descriptionCache().clear();
+}
+
 // Appends the descriptions of the frames; the first is a faulting address when
 // firstIsFault is set, every other one a return address.
 void render(const uintptr_t* pcs, int n, bool firstIsFault, SWCharString& out)
 {
-    os::stackSymbolsInit();
+    prepareSymbols();
     for (int i = 0; i < n; ++i)
         out += describe(pcs[i], !(firstIsFault && i == 0));
 }
@@ -162,7 +198,7 @@ SStackWalk::~SStackWalk()
 {
     LockHolder lock(m_lockCS);
     if (--g_nInstances == 0)
-        os::stackSymbolsRelease();
+        releaseSymbols();
 }
 
 // Not inlined, so that the frames left out for the walker's own are always its own.
@@ -202,7 +238,7 @@ bool SStackWalk::StackWalkAll(void* exceptionPointers, SWCharString& out, int sk
 SWCharString SStackWalk::DescribeAddress(uintptr_t address)
 {
     LockHolder lock(m_lockCS);
-    os::stackSymbolsInit();
+    prepareSymbols();
     return describe(address, false);
 }
 

@@ -1,10 +1,14 @@
 // SStackWalk: frames of the current thread with module, symbol and source line.
 #include "vardo/sstackwalk.h"
+#include "vardo/DllWrap.h"
+
+#include "sfile_test_support.h"
 
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <string>
@@ -200,4 +204,32 @@ TEST(SStackWalk, ConcurrentWalksAreSerialised)
         th.join();
     for (const std::string& r : results)
         EXPECT_NE(std::string::npos, r.find("VardoProbeInner")) << r;
+}
+
+#ifndef VARDO_TEST_PLUGIN
+#define VARDO_TEST_PLUGIN ""
+#endif
+
+TEST(SStackWalk, LibrariesLoadedAndUnloadedBetweenWalks)
+{
+    std::string path = VARDO_TEST_PLUGIN;
+    if (path.empty())
+        GTEST_SKIP() << "built without the plug-ins";
+    if (vardo_test::onWindows()) {   // the build tree as Wine's drive Z: shows it
+        std::replace(path.begin(), path.end(), '/', '\\');
+        path = "Z:" + path;
+    }
+    SStackWalk walker;
+    SWCharString before;
+    ASSERT_TRUE(VardoProbeOuter(before, 0));   // the symbols are loaded before the library
+    uintptr_t address = 0;
+    {
+        CSharedLibrary lib(ascii(path.c_str()));
+        address = reinterpret_cast<uintptr_t>(lib.getProcAddress("GetDLLVersion"));
+        std::string text = utf8(SStackWalk::DescribeAddress(address));
+        EXPECT_NE(std::string::npos, text.find(" log_xn_system: GetDLLVersion")) << text;
+    }
+    // Gone: its address names no module any more (unless something else took its place).
+    std::string text = utf8(SStackWalk::DescribeAddress(address));
+    EXPECT_EQ(std::string::npos, text.find("log_xn_system")) << text;
 }

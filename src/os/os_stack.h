@@ -41,14 +41,15 @@ struct StackAddressInfo {
 bool stackSymbolsInit();
 // Releases what stackSymbolsInit loaded (idempotent).
 void stackSymbolsRelease();
+// Called before each walk, with the symbol handler loaded: takes in libraries loaded or
+// unloaded since the last call. True when descriptions made before may no longer hold
+// (a library went, or the platform cannot tell).
+bool stackSymbolsRefresh();
 
 // Describes pc. returnAddress: pc is a return address (every frame but an exception's
 // faulting one), so the call instruction before it decides symbol and line; the offsets
 // are still measured to pc itself.
 void stackDescribe(uintptr_t pc, bool returnAddress, StackAddressInfo& info);
-
-// The faulting frame of stackCaptureContext is its first; stackCapture's frames are all
-// return addresses.
 
 } // namespace os
 } // namespace Vardo400

@@ -4,6 +4,7 @@
 #include "os/os_stack.h"
 
 #include <elfutils/libdwfl.h>
+#include <link.h>
 #include <fcntl.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -94,6 +95,28 @@ bool reportModules(bool add)
     return rc == 0;
 }
 
+// The dynamic loader's counts of libraries loaded and unloaded, as of the last report.
+unsigned long long g_nAdds = 0;
+unsigned long long g_nSubs = 0;
+
+int readLoaderCounts(struct dl_phdr_info* info, size_t size, void* arg)
+{
+    unsigned long long* counts = static_cast<unsigned long long*>(arg);
+    if (size >= offsetof(struct dl_phdr_info, dlpi_subs) + sizeof info->dlpi_subs) {
+        counts[0] = info->dlpi_adds;
+        counts[1] = info->dlpi_subs;
+    }
+    return 1;   // the first entry carries the counts
+}
+
+void loaderCounts(unsigned long long& adds, unsigned long long& subs)
+{
+    unsigned long long counts[2] = {0, 0};
+    dl_iterate_phdr(readLoaderCounts, counts);
+    adds = counts[0];
+    subs = counts[1];
+}
+
 } // namespace
 
 int stackCapture(uintptr_t* pcs, int max, int skip)
@@ -154,6 +177,7 @@ bool stackSymbolsInit()
     g_pDwfl = dwfl_begin(&g_callbacks);
     if (!g_pDwfl)
         return false;
+    loaderCounts(g_nAdds, g_nSubs);
     if (!reportModules(false)) {
         dwfl_end(g_pDwfl);
         g_pDwfl = 0;
@@ -168,6 +192,21 @@ void stackSymbolsRelease()
         dwfl_end(g_pDwfl);
         g_pDwfl = 0;
     }
+}
+
+bool stackSymbolsRefresh()
+{
+    if (!g_pDwfl)
+        return true;
+    unsigned long long adds = 0, subs = 0;
+    loaderCounts(adds, subs);
+    if (adds == g_nAdds && subs == g_nSubs)
+        return false;
+    g_nAdds = adds;
+    g_nSubs = subs;
+    // Read the mappings afresh: a library that went must not name addresses any more.
+    reportModules(false);
+    return true;
 }
 
 void stackDescribe(uintptr_t pc, bool returnAddress, StackAddressInfo& info)

@@ -113,6 +113,13 @@ void stackSymbolsRelease()
     }
 }
 
+bool stackSymbolsRefresh()
+{
+    // Modules loaded later are taken in when an address misses; the walk cannot tell
+    // cheaply whether one was unloaded, so earlier descriptions are never trusted.
+    return true;
+}
+
 void stackDescribe(uintptr_t pc, bool returnAddress, StackAddressInfo& info)
 {
     info = StackAddressInfo();
