@@ -71,6 +71,41 @@ std::string utf8Of(const wchar_t* s)
     return out;
 }
 
+// The nearest exported function at or below address in module, from the export table:
+// what a module without debugging information can still tell.
+bool exportedSymbol(HMODULE module, DWORD64 address, std::string& name, uint64_t& offset)
+{
+    ULONG size = 0;
+    const IMAGE_EXPORT_DIRECTORY* dir = static_cast<const IMAGE_EXPORT_DIRECTORY*>(
+        ImageDirectoryEntryToData(module, TRUE, IMAGE_DIRECTORY_ENTRY_EXPORT, &size));
+    if (!dir || size == 0)
+        return false;
+    const BYTE* base = reinterpret_cast<const BYTE*>(module);
+    const DWORD* functions = reinterpret_cast<const DWORD*>(base + dir->AddressOfFunctions);
+    const DWORD* names = reinterpret_cast<const DWORD*>(base + dir->AddressOfNames);
+    const WORD* ordinals = reinterpret_cast<const WORD*>(base + dir->AddressOfNameOrdinals);
+    const DWORD64 rva = address - reinterpret_cast<DWORD64>(base);
+    const DWORD dirStart = static_cast<DWORD>(reinterpret_cast<const BYTE*>(dir) - base);
+    DWORD best = 0;
+    const char* bestName = 0;
+    for (DWORD i = 0; i < dir->NumberOfNames; ++i) {
+        if (ordinals[i] >= dir->NumberOfFunctions)
+            continue;
+        DWORD f = functions[ordinals[i]];
+        if (f >= dirStart && f < dirStart + size)
+            continue;   // forwarded to another module: no code here
+        if (f <= rva && f >= best && f != 0) {
+            best = f;
+            bestName = reinterpret_cast<const char*>(base + names[i]);
+        }
+    }
+    if (!bestName)
+        return false;
+    name = bestName;
+    offset = rva - best;
+    return true;
+}
+
 } // namespace
 
 int stackCapture(uintptr_t* pcs, int max, int skip)
@@ -155,6 +190,12 @@ void stackDescribe(uintptr_t pc, bool returnAddress, StackAddressInfo& info)
         info.hasSymbol = true;
         info.symbol.assign(symbol->Name, strnlen(symbol->Name, symbol->MaxNameLen));
         info.symbolOffset = static_cast<uint64_t>(pc - (lookup - displacement));
+    } else if (module) {
+        uint64_t offset = 0;
+        if (exportedSymbol(module, lookup, info.symbol, offset)) {
+            info.hasSymbol = true;
+            info.symbolOffset = static_cast<uint64_t>(pc - (lookup - offset));
+        }
     }
     IMAGEHLP_LINE64 line;
     std::memset(&line, 0, sizeof line);
