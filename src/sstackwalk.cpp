@@ -43,24 +43,37 @@ private:
 
 // Descriptions already made, by address (times two, plus one for a return address):
 // the same call sites recur in walk after walk. Bounded; emptied whenever the
-// platform says the libraries changed, and with the symbol handler.
+// platform says the libraries changed, and with the symbol handler. It goes when the
+// library is unloaded; walks made after that (from other objects' destructors at exit)
+// describe every address afresh.
 const size_t kMaxCached = 4096;
-std::unordered_map<uint64_t, SWCharString>& descriptionCache()
+typedef std::unordered_map<uint64_t, SWCharString> DescriptionCache;
+
+struct SymbolState {
+    DescriptionCache cache;
+    ~SymbolState();
+} g_symbolState;
+// Plain data, valid for the whole life of the process.
+bool g_bSymbolStateGone = false;
+
+SymbolState::~SymbolState()
 {
-    static std::unordered_map<uint64_t, SWCharString> cache;
-    return cache;
+    g_bSymbolStateGone = true;
+    cache.clear();
+    os::stackSymbolsRelease();
+}
+
+void clearCache()
+{
+    if (!g_bSymbolStateGone)
+        g_symbolState.cache.clear();
 }
 
 void releaseSymbols()
 {
-    descriptionCache().clear();
+    clearCache();
     os::stackSymbolsRelease();
 }
-
-// Releases the symbol handler when the process ends, whatever loaded it.
-struct SymbolsAtExit {
-    ~SymbolsAtExit() { os::stackSymbolsRelease(); }
-} g_symbolsAtExit;
 
 void appendUtf8(SWCharString& out, const std::string& s)
 {
@@ -157,9 +170,11 @@ SWCharString describeUncached(uintptr_t pc, bool returnAddress)
     return out;
 }
 
-const SWCharString& describe(uintptr_t pc, bool returnAddress)
+SWCharString describe(uintptr_t pc, bool returnAddress)
 {
-    std::unordered_map<uint64_t, SWCharString>& cache = descriptionCache();
+    if (g_bSymbolStateGone)
+        return describeUncached(pc, returnAddress);
+    DescriptionCache& cache = g_symbolState.cache;
     const uint64_t key = (static_cast<uint64_t>(pc) << 1) | (returnAddress ? 1u : 0u);
     auto it = cache.find(key);
     if (it != cache.end())
@@ -173,7 +188,7 @@ void prepareSymbols()
 {
     os::stackSymbolsInit();
     if (os::stackSymbolsRefresh())
-        descriptionCache().clear();
+        clearCache();
 }
 
 // Appends the descriptions of the frames; the first is a faulting address when
