@@ -11,18 +11,23 @@ namespace Vardo400 {
 // One writer of events.
 //
 // The system's event log: Windows registers an event source (RegisterEventSourceW) and
-// reports each event with ReportEventW; Linux writes to syslog (which the journal reads),
-// identified by the source name. openSource chooses it.
+// reports each event with ReportEventW (the message as its one string); Linux writes to
+// syslog (the socket "/dev/log", which the journal reads) as the C library's syslog()
+// does: "<PRI>Mmm dd hh:mm:ss SOURCE[PID]: " then "[category C, event E] " when either
+// is non-zero, then the message; facility "user", severity err, warning, info, debug,
+// notice (audit success) or warning (audit failure). openSource chooses it.
 //
 // The disk variant: openLogFile opens a text file that receives one line per event:
 //   "M/d/yy   H:mm:ss    " (local time), the event type's name ("Error", "Warning",
 //   "Information", "Debug", "AuditSuccess", "AuditFailure", or "Type N" for anything
 //   else), four spaces, "Category C, Event E", six spaces, the message, "\n".
-// When a line would take the file past the maximum size, the file is rotated first:
-// numbered copies stand beside it, stem + "_" + N + extension ("event_1.log" is the
-// newest, "event_2.log" the one before, ...); each rotation moves every copy up by one,
-// drops the one numbered maxLogFiles, renames the file to number 1 and starts it anew.
-// A maximum size of 0 or less turns rotation off.
+// When a line would take a non-empty file past the maximum size, the file is rotated
+// first: numbered copies stand beside it, stem + "_" + N + extension ("event_1.log" is
+// the newest, "event_2.log" the one before, ...). A rotation moves the copies 1, 2, ...
+// up by one as far as the first free number (copies beyond a gap are older and stay),
+// overwriting the copy numbered maxLogFiles when every number is taken, renames the file
+// to number 1 and starts it anew. When the file cannot be renamed it stays and keeps
+// growing, so no event is lost. A maximum size of 0 or less turns rotation off.
 //
 // The message of an event is built with SResString from the event id's template, the
 // event's strings filling %1, %2, ... in order. The library has no message tables: the
@@ -61,21 +66,27 @@ public:
     // Closes the source and the file.
     ~SEventLog();
 
-    // Opens the system's event log under sourceName. serverName: Windows only, the
-    // computer whose event log receives the events (empty: this one). categoryCount and
-    // typesSupported describe the source (the number of categories of its message file,
-    // the event types it reports); they are kept for the caller and reported by
-    // getCategoryCount/getTypesSupported. True when the source is open. An empty source
-    // name opens the disk file instead (openLogFile(false)).
+    // Opens the system's event log under sourceName (a source already open is closed
+    // first). serverName: Windows only, the computer whose event log receives the events
+    // (empty: this one). categoryCount and typesSupported describe the source (the
+    // number of categories of its message file, the event types it reports); they are
+    // kept for the caller and reported by getCategoryCount/getTypesSupported. True when
+    // the source is open; false when the system refuses it (on Linux: no syslog socket,
+    // or a name empty up to its first ':', ' ', '[', ']' or line feed, where syslog
+    // would end it). An empty source name opens the disk file instead
+    // (openLogFile(false)).
     bool openSource(const SWCharString& serverName, const SWCharString& sourceName,
                     long categoryCount = 0, long typesSupported = 0);
-    // Closes what openSource opened. True when something was open.
+    // Closes the source and the disk file. True when either was open.
     bool closeSource();
 
     // Writes one event: see the class comment. strings holds numStrings texts (null
-    // entries are skipped); userSid and data are passed to the Windows event log as they
-    // are (ignored elsewhere). True when the event was written: to the system's log when
-    // a source is open, else to the disk file when it is open (else false).
+    // entries are skipped; a null array counts as none); userSid and data are passed to
+    // the Windows event log as they are (ignored by syslog and the disk file). With a
+    // source open the result is the system's acceptance of the event. Otherwise the
+    // line goes to the disk file (opened for appending on first use) and the result is
+    // true: a line that cannot be written (no file name, the folder missing, a write
+    // error) is dropped, as a log must never stop its caller.
     bool reportEvent(unsigned short type, const unsigned short** strings, unsigned short category,
                      unsigned short numStrings, uint32_t eventId, const void* userSid = 0,
                      uint32_t dataSize = 0, const void* data = 0);
