@@ -38,10 +38,10 @@ public:
     ~SStackWalk();
 
     // Walks the calling thread's stack and appends the frames' descriptions to out.
-    // skip frames are left out from the top; the first frame is the caller of
-    // StackWalkAll (the walker's own frames are never shown). A skip larger than the
-    // stack, or a negative one treated as 0, gives no text. False when the stack could
-    // not be captured (out unchanged).
+    // The first frame is the caller of StackWalkAll (the walker's own frames are never
+    // shown); skip frames are left out from there, and count toward the bound of 512.
+    // A negative skip counts as 0; a skip beyond the stack appends nothing. Returns true
+    // (a frame the unwinder cannot pass ends the walk early).
     static bool StackWalkAll(SWCharString& out, int skip);
     // Walks the context recorded in an exception and appends as above, skipping skip
     // frames from the faulting one. exceptionPointers is an EXCEPTION_POINTERS* on
