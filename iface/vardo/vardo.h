@@ -36,5 +36,7 @@
 #include "sfilelock.h"
 #include "cparamlineargs.h"
 #include "configfilereader.h"
+#include "seventlog.h"
+#include "sstackwalk.h"
 
 #endif
