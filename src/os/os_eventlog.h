@@ -31,12 +31,14 @@ bool eventSourceReport(void* source, unsigned short type, unsigned short categor
 
 } // namespace os
 
-// Internal hooks for the library's own tests; not for applications and not installed.
+#if defined(VARDO_TEST_HOOKS)
+// A hook for the library's own tests, present only in a test build (see os_faults.h).
 namespace Testing {
 // Linux: the socket later event sources connect to instead of "/dev/log" (null or empty:
 // back to "/dev/log"). No effect on Windows.
 VARDO_API void EventLogSetSyslogSocket(const char* path);
 } // namespace Testing
+#endif
 
 } // namespace Vardo400
 

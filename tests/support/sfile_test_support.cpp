@@ -1,6 +1,7 @@
 #include "sfile_test_support.h"
 
 #if defined(VARDO_TEST_HOOKS)
+#  include "os/os_eventlog.h"
 #  include "os/os_faults.h"
 #endif
 
@@ -60,6 +61,12 @@ bool setFileMode(const std::string& path, int mode)
 
 bool faultsAvailable() { return true; }
 
+bool redirectSyslog(const char* path)
+{
+    Vardo400::Testing::EventLogSetSyslogSocket(path);
+    return true;
+}
+
 bool injectFault(Fault point, int errorNumber, unsigned long long after)
 {
     using namespace Vardo400::os;
@@ -73,6 +80,7 @@ bool injectFault(Fault point, int errorNumber, unsigned long long after)
 
 bool faultsAvailable() { return false; }
 bool injectFault(Fault, int, unsigned long long) { return false; }
+bool redirectSyslog(const char*) { return false; }
 
 #endif
 

@@ -29,6 +29,9 @@ enum class Fault { open, read, write, commit, copyBytes };
 bool injectFault(Fault point, int errorNumber, unsigned long long after = 0);
 // True when injectFault works in this build.
 bool faultsAvailable();
+// Linux: points the library's syslog sources at the datagram socket path (UTF-8) instead
+// of "/dev/log"; null goes back. False, doing nothing, without the test hooks.
+bool redirectSyslog(const char* path);
 
 } // namespace vardo_test
 

@@ -167,6 +167,7 @@ bool eventSourceReport(void* source, unsigned short type, unsigned short categor
 
 } // namespace os
 
+#if defined(VARDO_TEST_HOOKS)
 namespace Testing {
 
 void EventLogSetSyslogSocket(const char* path)
@@ -176,5 +177,6 @@ void EventLogSetSyslogSocket(const char* path)
 }
 
 } // namespace Testing
+#endif
 
 } // namespace Vardo400

@@ -36,10 +36,12 @@ bool eventSourceReport(void* source, unsigned short type, unsigned short categor
 
 } // namespace os
 
+#if defined(VARDO_TEST_HOOKS)
 namespace Testing {
 
 void EventLogSetSyslogSocket(const char*) {}
 
 } // namespace Testing
+#endif
 
 } // namespace Vardo400
