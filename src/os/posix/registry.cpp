@@ -216,11 +216,29 @@ int32_t splitPath(const unsigned short* subKey, std::vector<RegName>& out)
     return RegOk;
 }
 
-// An open key: its store, its row and the access it was opened with.
+// The batch of a listing that a handle holds: entries first .. first + size - 1.
+template <class Entry>
+struct Listing {
+    std::vector<Entry> entries;
+    uint32_t first = 0;
+    uint32_t limit = 0;   // size asked for the batch in hand
+    bool valid = false;
+};
+
+// The first batch is small, so that asking for index 0 again and again stays cheap; each
+// further batch of the same enumeration doubles, up to MaxBatch entries.
+const uint32_t FirstBatch = 16;
+const uint32_t MaxBatch = 4096;
+// A batch of values stops once their data passes this many bytes.
+const size_t MaxBatchBytes = 1u << 20;
+
+// An open key: its store, its row, the access it was opened with, and its listings.
 struct PosixKey {
     std::shared_ptr<RegStore> store;
     int64_t id;
     uint32_t access;
+    Listing<RegListedKey> keys;
+    Listing<RegListedValue> values;
 };
 
 struct HandleTable {
@@ -249,33 +267,43 @@ int64_t rootId(RegKeyHandle h)
     }
 }
 
-// The store, row and access behind a handle.
-int32_t resolve(RegKeyHandle h, std::shared_ptr<RegStore>& store, int64_t& id, uint32_t& access)
+// What a call works on: the store and row behind a handle, and the open key itself (null
+// for a predefined root, which has no listings of its own).
+struct Target {
+    std::shared_ptr<RegStore> store;
+    int64_t id = 0;
+    uint32_t access = 0;
+    PosixKey* key = 0;
+};
+
+// Resolves a handle and checks that it was opened with every right in need.
+int32_t resolve(RegKeyHandle h, uint32_t need, Target& t)
 {
     if (regIsPredefined(h)) {
-        id = rootId(h);
-        if (!id)
+        t.id = rootId(h);
+        if (!t.id)
             return RegInvalidHandle;
-        store = regCurrentStore();
-        access = RegKeyAllAccess;
-        return RegOk;
+        t.store = regCurrentStore(t.id);
+        t.access = RegKeyAllAccess;
+    } else {
+        HandleTable& table = handles();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        if (!table.alive || !h)
+            return RegInvalidHandle;
+        auto it = table.keys.find(reinterpret_cast<uintptr_t>(h));
+        if (it == table.keys.end())
+            return RegInvalidHandle;
+        t.key = it->second.get();
+        t.store = t.key->store;
+        t.id = t.key->id;
+        t.access = t.key->access;
     }
-    HandleTable& t = handles();
-    std::lock_guard<std::mutex> lock(t.mutex);
-    if (!t.alive || !h)
-        return RegInvalidHandle;
-    auto it = t.keys.find(reinterpret_cast<uintptr_t>(h));
-    if (it == t.keys.end())
-        return RegInvalidHandle;
-    store = it->second->store;
-    id = it->second->id;
-    access = it->second->access;
-    return RegOk;
+    return (t.access & need) == need ? RegOk : RegAccessDenied;
 }
 
 RegKeyHandle addHandle(const std::shared_ptr<RegStore>& store, int64_t id, uint32_t access)
 {
-    std::unique_ptr<PosixKey> k(new PosixKey{store, id, access});
+    std::unique_ptr<PosixKey> k(new PosixKey{store, id, access, {}, {}});
     RegKeyHandle h = reinterpret_cast<RegKeyHandle>(k.get());
     HandleTable& t = handles();
     std::lock_guard<std::mutex> lock(t.mutex);
@@ -294,25 +322,23 @@ int32_t openOrCreate(RegKeyHandle parent, const unsigned short* subKey, uint32_t
     if (!result)
         return RegInvalidParameter;
     *result = 0;
-    std::shared_ptr<RegStore> store;
-    int64_t from = 0;
-    uint32_t parentAccess = 0;
-    int32_t r = resolve(parent, store, from, parentAccess);
+    Target t;
+    int32_t r = resolve(parent, 0, t);
     if (r != RegOk)
         return r;
     std::vector<RegName> path;
     r = splitPath(subKey, path);
     if (r != RegOk)
         return r;
-    if (create && !path.empty() && !(parentAccess & RegKeyCreateSubKey))
+    if (create && !path.empty() && !(t.access & RegKeyCreateSubKey))
         return RegAccessDenied;
-    if ((access & WriteRights) && store->readOnly())
+    if ((access & WriteRights) && t.store->readOnly())
         return RegAccessDenied;
     int64_t id = 0;
-    r = create ? store->createPath(from, path, id) : store->findPath(from, path, id);
+    r = create ? t.store->createPath(t.id, path, id) : t.store->findPath(t.id, path, id);
     if (r != RegOk)
         return r;
-    RegKeyHandle h = addHandle(store, id, access);
+    RegKeyHandle h = addHandle(t.store, id, access);
     if (!h)
         return RegInvalidHandle;
     *result = h;
@@ -324,6 +350,41 @@ std::string valueFold(const unsigned short* name, size_t n)
     std::string fold;
     regUtf16ToUtf8(name, n, fold, true);
     return fold;
+}
+
+// The entry at index of a listing, by the rule of os_registry.h: fetch(after, offset,
+// limit, out) reads a batch, after the given entry when it is not null. A predefined
+// root has no handle of its own to keep batches in: it reads one entry at a time.
+template <class Entry, class Fetch>
+int32_t listed(Listing<Entry>* own, uint32_t index, Fetch fetch, const Entry*& entry)
+{
+    Listing<Entry> scratch;
+    Listing<Entry>& l = own ? *own : scratch;
+    bool next = l.valid && index == l.first + l.entries.size();
+    if (index == 0 || !l.valid || index < l.first || index > l.first + l.entries.size() ||
+        (next && l.entries.empty())) {
+        l.valid = false;
+        l.limit = own ? FirstBatch : 1;
+        int32_t r = fetch(static_cast<const Entry*>(0), index, l.limit, l.entries);
+        if (r != RegOk)
+            return r;
+        l.first = index;
+        l.valid = true;
+    } else if (next) {
+        // Past the batch in hand: the next one starts after its last entry.
+        Entry last = std::move(l.entries.back());
+        l.valid = false;
+        l.limit = l.limit * 2 < MaxBatch ? l.limit * 2 : MaxBatch;
+        int32_t r = fetch(&last, 0, l.limit, l.entries);
+        if (r != RegOk)
+            return r;
+        l.first = index;
+        l.valid = true;
+    }
+    if (index - l.first >= l.entries.size())
+        return RegNoMoreItems;
+    entry = &l.entries[index - l.first];
+    return RegOk;
 }
 
 } // namespace
@@ -370,33 +431,25 @@ int32_t regCloseKey(RegKeyHandle key)
 int32_t regQueryValue(RegKeyHandle key, const unsigned short* name, uint32_t* type,
                       unsigned char* data, uint32_t* size)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeyQueryValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeyQueryValue))
-        return RegAccessDenied;
     if (data && !size)
         return RegInvalidParameter;
     size_t n = unitLength(name);
     if (n > RegMaxValueName)
         return RegFileNotFound;
-    return store->getValue(id, valueFold(name, n), type, data, size);
+    return t.store->getValue(t.id, valueFold(name, n), type, data, size);
 }
 
 int32_t regSetValue(RegKeyHandle key, const unsigned short* name, uint32_t type,
                     const unsigned char* data, uint32_t size)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeySetValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeySetValue))
-        return RegAccessDenied;
     if (!data && size)
         return RegInvalidParameter;
     if (size > 0x7FFFFFFFu)
@@ -407,74 +460,78 @@ int32_t regSetValue(RegKeyHandle key, const unsigned short* name, uint32_t type,
     RegName v;
     regUtf16ToUtf8(name ? name : NoText, n, v.name, false);
     regUtf16ToUtf8(name ? name : NoText, n, v.fold, true);
-    return store->setValue(id, v, type, data, size);
+    return t.store->setValue(t.id, v, type, data, size);
 }
 
 int32_t regDeleteValue(RegKeyHandle key, const unsigned short* name)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeySetValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeySetValue))
-        return RegAccessDenied;
     size_t n = unitLength(name);
     if (n > RegMaxValueName)
         return RegFileNotFound;
-    return store->deleteValue(id, valueFold(name, n));
+    return t.store->deleteValue(t.id, valueFold(name, n));
 }
 
 int32_t regDeleteKey(RegKeyHandle parent, const unsigned short* subKey)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t from = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(parent, store, from, access);
+    Target t;
+    int32_t r = resolve(parent, 0, t);
     if (r != RegOk)
         return r;
     std::vector<RegName> path;
     r = splitPath(subKey, path);
     if (r != RegOk)
         return r;
-    return store->deleteKey(from, path);
+    return t.store->deleteKey(t.id, path);
 }
 
 int32_t regEnumKey(RegKeyHandle key, uint32_t index, SWCharString& name)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeyEnumerateSubKeys, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeyEnumerateSubKeys))
-        return RegAccessDenied;
-    std::string utf8;
-    r = store->enumKey(id, index, utf8);
-    if (r == RegOk)
+    const RegListedKey* entry = 0;
+    r = listed(t.key ? &t.key->keys : 0, index,
+               [&](const RegListedKey* after, uint32_t offset, uint32_t limit,
+                   std::vector<RegListedKey>& out) {
+                   return t.store->listKeys(t.id, after ? &after->fold : 0, offset, limit, out);
+               },
+               entry);
+    if (r == RegOk) {
+        const std::string& utf8 = entry->name;
         name = regUtf8ToUtf16(utf8.data(), utf8.size());
+    }
     return r;
 }
 
 int32_t regEnumValue(RegKeyHandle key, uint32_t index, SWCharString& name, uint32_t* type,
                      unsigned char* data, uint32_t* size)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeyQueryValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeyQueryValue))
-        return RegAccessDenied;
     if (data && !size)
         return RegInvalidParameter;
-    std::string utf8;
-    r = store->enumValue(id, index, utf8, type, data, size);
-    if (r == RegOk || r == RegMoreData)
+    const RegListedValue* entry = 0;
+    r = listed(t.key ? &t.key->values : 0, index,
+               [&](const RegListedValue* after, uint32_t offset, uint32_t limit,
+                   std::vector<RegListedValue>& out) {
+                   return t.store->listValues(t.id, after ? after->id : 0, offset, limit,
+                                              MaxBatchBytes, out);
+               },
+               entry);
+    if (r == RegOk)
+        r = regCopyValueOut(entry->type, entry->data.data(),
+                            static_cast<uint32_t>(entry->data.size()), type, data, size);
+    if (r == RegOk || r == RegMoreData) {
+        const std::string& utf8 = entry->name;
         name = regUtf8ToUtf16(utf8.data(), utf8.size());
+    }
     return r;
 }
 
@@ -506,8 +563,8 @@ int32_t regConnectRegistry(const unsigned short* machine, RegKeyHandle* result)
     }
     if (!local)
         return RegBadNetPath;
-    std::shared_ptr<RegStore> store = regCurrentStore();
-    RegKeyHandle h = addHandle(store, 3, RegKeyAllAccess);
+    std::shared_ptr<RegStore> store = regCurrentStore(rootId(RegLocalMachine));
+    RegKeyHandle h = addHandle(store, rootId(RegLocalMachine), RegKeyAllAccess);
     if (!h)
         return RegInvalidHandle;
     *result = h;
@@ -559,9 +616,9 @@ void regMakeNonInheritable(RegKeyHandle)
     // Handles are table entries, not descriptors; SQLite opens its files with O_CLOEXEC.
 }
 
-SWCharString regStorePath()
+SWCharString regStorePath(RegKeyHandle root)
 {
-    std::string f = regStoreFile();
+    std::string f = root == RegCurrentUser ? regUserStoreFile() : regStoreFile();
     return regUtf8ToUtf16(f.data(), f.size());
 }
 
