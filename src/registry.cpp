@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace Vardo400 {
@@ -271,7 +272,7 @@ bool Registry::KeyIterator::NextKey()
         SWCharString name;
         if (os::regEnumKey(m_enumKey, m_dwIndex, name) == os::RegOk) {
             ++m_dwIndex;
-            m_key = name;
+            static_cast<SWCharString&>(m_key) = std::move(name);
             m_bValid = true;
             return true;
         }
@@ -356,8 +357,8 @@ bool Registry::ValueIterator::NextValue()
         // A value that kept growing while read still counts as an entry (with empty text).
         if (rc == os::RegOk || rc == os::RegMoreData) {
             ++m_dwIndex;
-            m_name = name;
-            m_value = value;
+            static_cast<SWCharString&>(m_name) = std::move(name);
+            m_value = std::move(value);
             m_type = type;
             m_bValid = true;
             return true;

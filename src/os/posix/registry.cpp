@@ -5,7 +5,7 @@
 #include "os/posix/regstore.h"
 
 #include <cstring>
-#include <map>
+#include <unordered_map>
 #include <memory>
 #include <mutex>
 
@@ -217,9 +217,9 @@ int32_t splitPath(const unsigned short* subKey, std::vector<RegName>& out)
 }
 
 // The batch of a listing that a handle holds: entries first .. first + size - 1.
-template <class Entry>
+template <class Batch>
 struct Listing {
-    std::vector<Entry> entries;
+    Batch batch;
     uint32_t first = 0;
     uint32_t limit = 0;   // size asked for the batch in hand
     bool valid = false;
@@ -237,13 +237,13 @@ struct PosixKey {
     std::shared_ptr<RegStore> store;
     int64_t id;
     uint32_t access;
-    Listing<RegListedKey> keys;
-    Listing<RegListedValue> values;
+    Listing<RegKeyBatch> keys;
+    Listing<RegValueBatch> values;
 };
 
 struct HandleTable {
     std::mutex mutex;
-    std::map<uintptr_t, std::unique_ptr<PosixKey>> keys;
+    std::unordered_map<uintptr_t, std::unique_ptr<PosixKey>> keys;
     bool alive = true;
     ~HandleTable() { alive = false; }
 };
@@ -352,39 +352,37 @@ std::string valueFold(const unsigned short* name, size_t n)
     return fold;
 }
 
-// The entry at index of a listing, by the rule of os_registry.h: fetch(after, offset,
-// limit, out) reads a batch, after the given entry when it is not null. A predefined
+// Positions a listing on index, by the rule of os_registry.h, and gives the entry's
+// place in its batch. fetch(next, offset, limit, batch) reads a batch into batch: the one
+// after the batch it holds when next is true, else from position offset. A predefined
 // root has no handle of its own to keep batches in: it reads one entry at a time.
-template <class Entry, class Fetch>
-int32_t listed(Listing<Entry>* own, uint32_t index, Fetch fetch, const Entry*& entry)
+template <class Batch, class Fetch>
+int32_t listed(Listing<Batch>* own, uint32_t index, Fetch fetch, Listing<Batch>& scratch,
+               size_t& at)
 {
-    Listing<Entry> scratch;
-    Listing<Entry>& l = own ? *own : scratch;
-    bool next = l.valid && index == l.first + l.entries.size();
-    if (index == 0 || !l.valid || index < l.first || index > l.first + l.entries.size() ||
-        (next && l.entries.empty())) {
+    Listing<Batch>& l = own ? *own : scratch;
+    size_t end = l.first + l.batch.size();
+    bool next = l.valid && index == end && l.batch.size() != 0;
+    if (index == 0 || !l.valid || index < l.first || (index >= end && !next)) {
         l.valid = false;
         l.limit = own ? FirstBatch : 1;
-        int32_t r = fetch(static_cast<const Entry*>(0), index, l.limit, l.entries);
+        int32_t r = fetch(false, index, l.limit, l.batch);
         if (r != RegOk)
             return r;
         l.first = index;
         l.valid = true;
     } else if (next) {
         // Past the batch in hand: the next one starts after its last entry.
-        Entry last = std::move(l.entries.back());
         l.valid = false;
         l.limit = l.limit * 2 < MaxBatch ? l.limit * 2 : MaxBatch;
-        int32_t r = fetch(&last, 0, l.limit, l.entries);
+        int32_t r = fetch(true, 0, l.limit, l.batch);
         if (r != RegOk)
             return r;
         l.first = index;
         l.valid = true;
     }
-    if (index - l.first >= l.entries.size())
-        return RegNoMoreItems;
-    entry = &l.entries[index - l.first];
-    return RegOk;
+    at = index - l.first;
+    return at < l.batch.size() ? RegOk : RegNoMoreItems;
 }
 
 } // namespace
@@ -494,15 +492,19 @@ int32_t regEnumKey(RegKeyHandle key, uint32_t index, SWCharString& name)
     int32_t r = resolve(key, RegKeyEnumerateSubKeys, t);
     if (r != RegOk)
         return r;
-    const RegListedKey* entry = 0;
+    Listing<RegKeyBatch> scratch;
+    size_t at = 0;
     r = listed(t.key ? &t.key->keys : 0, index,
-               [&](const RegListedKey* after, uint32_t offset, uint32_t limit,
-                   std::vector<RegListedKey>& out) {
-                   return t.store->listKeys(t.id, after ? &after->fold : 0, offset, limit, out);
+               [&](bool next, uint32_t offset, uint32_t limit, RegKeyBatch& batch) {
+                   if (!next)
+                       return t.store->listKeys(t.id, 0, offset, limit, batch);
+                   std::string after = batch.lastFold;
+                   return t.store->listKeys(t.id, &after, 0, limit, batch);
                },
-               entry);
+               scratch, at);
+    const RegKeyBatch& batch = t.key ? t.key->keys.batch : scratch.batch;
     if (r == RegOk) {
-        const std::string& utf8 = entry->name;
+        const std::string& utf8 = batch.names[at];
         name = regUtf8ToUtf16(utf8.data(), utf8.size());
     }
     return r;
@@ -517,17 +519,19 @@ int32_t regEnumValue(RegKeyHandle key, uint32_t index, SWCharString& name, uint3
         return r;
     if (data && !size)
         return RegInvalidParameter;
-    const RegListedValue* entry = 0;
+    Listing<RegValueBatch> scratch;
+    size_t at = 0;
     r = listed(t.key ? &t.key->values : 0, index,
-               [&](const RegListedValue* after, uint32_t offset, uint32_t limit,
-                   std::vector<RegListedValue>& out) {
-                   return t.store->listValues(t.id, after ? after->id : 0, offset, limit,
-                                              MaxBatchBytes, out);
+               [&](bool next, uint32_t offset, uint32_t limit, RegValueBatch& batch) {
+                   return t.store->listValues(t.id, next ? batch.values.back().id : 0, offset,
+                                              limit, MaxBatchBytes, batch);
                },
-               entry);
+               scratch, at);
+    const RegValueBatch& batch = t.key ? t.key->values.batch : scratch.batch;
+    const RegValueBatch::Value* entry = r == RegOk ? &batch.values[at] : 0;
     if (r == RegOk)
-        r = regCopyValueOut(entry->type, entry->data.data(),
-                            static_cast<uint32_t>(entry->data.size()), type, data, size);
+        r = regCopyValueOut(entry->type, batch.bytes.data() + entry->offset, entry->size, type,
+                            data, size);
     if (r == RegOk || r == RegMoreData) {
         const std::string& utf8 = entry->name;
         name = regUtf8ToUtf16(utf8.data(), utf8.size());

@@ -48,16 +48,24 @@ SWCharString regUtf8ToUtf16(const char* s, size_t bytes);
 // The store's case fold of one UTF-16 unit.
 unsigned short regFoldUnit(unsigned short c);
 
-// One sub-key or value of a listing, as enumerations fetch them in batches.
-struct RegListedKey {
-    std::string name;
-    std::string fold;
+// A batch of a listing, as enumerations fetch them: sub-key names with the folded name of
+// the last one (where the next batch starts), or values with their data in one block.
+struct RegKeyBatch {
+    std::vector<std::string> names;
+    std::string lastFold;
+    size_t size() const { return names.size(); }
 };
-struct RegListedValue {
-    int64_t id;
-    std::string name;
-    uint32_t type;
-    std::vector<unsigned char> data;
+struct RegValueBatch {
+    struct Value {
+        int64_t id;
+        std::string name;
+        uint32_t type;
+        size_t offset;   // of its data in bytes
+        uint32_t size;
+    };
+    std::vector<Value> values;
+    std::vector<unsigned char> bytes;
+    size_t size() const { return values.size(); }
 };
 
 class RegStore {
@@ -90,11 +98,11 @@ public:
     // *afterFold, or (afterFold null) from position offset on. An empty result is RegOk
     // while the key exists, RegKeyDeleted once it is gone.
     int32_t listKeys(int64_t key, const std::string* afterFold, uint32_t offset, uint32_t limit,
-                     std::vector<RegListedKey>& out);
+                     RegKeyBatch& out);
     // As listKeys for values in creation order (after the value row afterId when it is
     // not 0); stops early once the data passes maxBytes (one value at least).
     int32_t listValues(int64_t key, int64_t afterId, uint32_t offset, uint32_t limit,
-                       size_t maxBytes, std::vector<RegListedValue>& out);
+                       size_t maxBytes, RegValueBatch& out);
 
 private:
     enum State { Closed, Open, Missing, Damaged };

@@ -789,9 +789,9 @@ std::string columnText(sqlite3_stmt* st, int col)
 } // namespace
 
 int32_t RegStore::listKeys(int64_t key, const std::string* afterFold, uint32_t offset,
-                           uint32_t limit, std::vector<RegListedKey>& out)
+                           uint32_t limit, RegKeyBatch& out)
 {
-    out.clear();
+    out.names.clear();
     std::lock_guard<std::mutex> lock(m_mutex);
     int32_t r = usable(false);
     if (r != RegOk)
@@ -810,20 +810,24 @@ int32_t RegStore::listKeys(int64_t key, const std::string* afterFold, uint32_t o
             sqlite3_bind_int64(st, 3, offset);
         }
         // Only the first step may wait for a lock: a retry starts the query afresh.
-        for (rc = stepRetry(st); rc == SQLITE_ROW; rc = sqlite3_step(st))
-            out.push_back(RegListedKey{columnText(st, 0), columnText(st, 1)});
+        for (rc = stepRetry(st); rc == SQLITE_ROW; rc = sqlite3_step(st)) {
+            out.names.push_back(columnText(st, 0));
+            out.lastFold.assign(reinterpret_cast<const char*>(sqlite3_column_text(st, 1)),
+                                static_cast<size_t>(sqlite3_column_bytes(st, 1)));
+        }
     }
     if (rc != SQLITE_DONE) {
-        out.clear();
+        out.names.clear();
         return fail(rc);
     }
-    return out.empty() ? aliveLocked(key) : RegOk;
+    return out.names.empty() ? aliveLocked(key) : RegOk;
 }
 
 int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint32_t limit,
-                             size_t maxBytes, std::vector<RegListedValue>& out)
+                             size_t maxBytes, RegValueBatch& out)
 {
-    out.clear();
+    out.values.clear();
+    out.bytes.clear();
     std::lock_guard<std::mutex> lock(m_mutex);
     int32_t r = usable(false);
     if (r != RegOk)
@@ -840,25 +844,25 @@ int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint
             sqlite3_bind_int64(st, 2, limit);
             sqlite3_bind_int64(st, 3, offset);
         }
-        size_t bytes = 0;
         for (rc = stepRetry(st); rc == SQLITE_ROW; rc = sqlite3_step(st)) {
             const unsigned char* p = static_cast<const unsigned char*>(sqlite3_column_blob(st, 3));
             size_t n = static_cast<size_t>(sqlite3_column_bytes(st, 3));
-            out.push_back(RegListedValue{sqlite3_column_int64(st, 0), columnText(st, 1),
-                                         static_cast<uint32_t>(sqlite3_column_int64(st, 2)),
-                                         std::vector<unsigned char>(p, p + n)});
-            bytes += n;
-            if (bytes > maxBytes) {
+            out.values.push_back(RegValueBatch::Value{
+                sqlite3_column_int64(st, 0), columnText(st, 1),
+                static_cast<uint32_t>(sqlite3_column_int64(st, 2)), out.bytes.size(),
+                static_cast<uint32_t>(n)});
+            out.bytes.insert(out.bytes.end(), p, p + n);
+            if (out.bytes.size() > maxBytes) {
                 rc = SQLITE_DONE;
                 break;
             }
         }
     }
     if (rc != SQLITE_DONE) {
-        out.clear();
+        out.values.clear();
         return fail(rc);
     }
-    return out.empty() ? aliveLocked(key) : RegOk;
+    return out.values.empty() ? aliveLocked(key) : RegOk;
 }
 
 // ---- the integrity check ----------------------------------------------------------------------
