@@ -41,16 +41,7 @@ SWCharString lineError(size_t line, const char* reason)
 
 bool isBlank(unsigned short c) { return c == ' ' || c == '\t'; }
 
-int hexDigit(unsigned short c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
+using regvalue::hexDigit;
 
 bool equalsNoCaseAscii(const unsigned short* p, size_t n, const char* word)
 {

@@ -59,6 +59,24 @@ void reportFailure(const char* file, int line, const char* call, const SWCharStr
 
 #define REG_REPORT(call, path, code) reportFailure(__FILE__, __LINE__, call, path, code)
 
+// Opens root\path into key; a failure other than a missing key is reported.
+bool openReported(os::RegKey& key, RegKeyHandle root, const SWCharString& path, uint32_t access)
+{
+    int32_t rc = key.open(root, path.data(), access);
+    if (rc != os::RegOk && rc != os::RegFileNotFound)
+        REG_REPORT("RegOpenKeyEx", path, rc);
+    return rc == os::RegOk;
+}
+
+// Opens root\path for writing into key, creating what is missing; a failure is reported.
+bool createReported(os::RegKey& key, RegKeyHandle root, const SWCharString& path)
+{
+    int32_t rc = key.open(root, path.data(), os::RegKeyWrite, true);
+    if (rc != os::RegOk)
+        REG_REPORT("RegCreateKeyEx", path, rc);
+    return rc == os::RegOk;
+}
+
 using regvalue::textFromBytes;
 
 // Text to REG_SZ bytes, terminator included.
@@ -195,14 +213,11 @@ bool writeTree(RegKeyHandle root, const SWCharString& path, const TreeNode& node
 {
     {
         os::RegKey h;
-        int32_t rc = h.open(root, path.data(), os::RegKeyWrite, true);
-        if (rc != os::RegOk) {
-            REG_REPORT("RegCreateKeyEx", path, rc);
+        if (!createReported(h, root, path))
             return false;
-        }
         for (const TreeValue& v : node.values) {
             static const unsigned char none = 0;
-            rc = os::regSetValue(h.get(), v.name.data(), v.type,
+            int32_t rc = os::regSetValue(h.get(), v.name.data(), v.type,
                                  v.data.empty() ? &none : v.data.data(),
                                  static_cast<uint32_t>(v.data.size()));
             if (rc != os::RegOk) {
@@ -387,9 +402,7 @@ Registry::Registry(const SWCharString& key, const SWCharString& prefix, RegKeyHa
 {
     if (bCreate && m_hRoot) {
         os::RegKey h;
-        int32_t rc = h.open(m_hRoot, m_subKey.data(), os::RegKeyWrite, true);
-        if (rc != os::RegOk)
-            REG_REPORT("RegCreateKeyEx", m_subKey, rc);
+        createReported(h, m_hRoot, m_subKey);
     }
 }
 
@@ -591,12 +604,9 @@ bool Registry::writeRaw(unsigned long type, const SWCharString& name, const unsi
         return false;
     }
     os::RegKey h;
-    int32_t rc = h.open(m_hRoot, m_subKey.data(), os::RegKeyWrite, true);
-    if (rc != os::RegOk) {
-        REG_REPORT("RegCreateKeyEx", m_subKey, rc);
+    if (!createReported(h, m_hRoot, m_subKey))
         return false;
-    }
-    rc = os::regSetValue(h.get(), name.data(), static_cast<uint32_t>(type), data, size);
+    int32_t rc = os::regSetValue(h.get(), name.data(), static_cast<uint32_t>(type), data, size);
     if (rc != os::RegOk) {
         REG_REPORT("RegSetValueEx", m_subKey, rc);
         return false;
@@ -663,13 +673,9 @@ bool Registry::DeleteValue(const SWCharString& name)
     if (!m_hRoot)
         return false;
     os::RegKey h;
-    int32_t rc = h.open(m_hRoot, m_subKey.data(), os::RegKeyWrite);
-    if (rc != os::RegOk) {
-        if (rc != os::RegFileNotFound)
-            REG_REPORT("RegOpenKeyEx", m_subKey, rc);
+    if (!openReported(h, m_hRoot, m_subKey, os::RegKeyWrite))
         return false;
-    }
-    rc = os::regDeleteValue(h.get(), name.data());
+    int32_t rc = os::regDeleteValue(h.get(), name.data());
     if (rc != os::RegOk && rc != os::RegFileNotFound)
         REG_REPORT("RegDeleteValue", m_subKey, rc);
     return rc == os::RegOk;
@@ -774,12 +780,8 @@ Registry::KeyIterator Registry::EnumSubKeys()
     if (!m_hRoot)
         return KeyIterator();
     os::RegKey h;
-    int32_t rc = h.open(m_hRoot, m_subKey.data(), os::RegKeyEnumerateSubKeys);
-    if (rc != os::RegOk) {
-        if (rc != os::RegFileNotFound)
-            REG_REPORT("RegOpenKeyEx", m_subKey, rc);
+    if (!openReported(h, m_hRoot, m_subKey, os::RegKeyEnumerateSubKeys))
         return KeyIterator();
-    }
     return KeyIterator(h.release());
 }
 
@@ -788,12 +790,8 @@ Registry::ValueIterator Registry::EnumValues()
     if (!m_hRoot)
         return ValueIterator();
     os::RegKey h;
-    int32_t rc = h.open(m_hRoot, m_subKey.data(), os::RegKeyQueryValue);
-    if (rc != os::RegOk) {
-        if (rc != os::RegFileNotFound)
-            REG_REPORT("RegOpenKeyEx", m_subKey, rc);
+    if (!openReported(h, m_hRoot, m_subKey, os::RegKeyQueryValue))
         return ValueIterator();
-    }
     return ValueIterator(h.release());
 }
 
@@ -818,23 +816,16 @@ bool Registry::CopyValue(RegKeyHandle srcRoot, const SWCharString& srcPath,
     std::vector<unsigned char> data;
     {
         os::RegKey src;
-        int32_t rc = src.open(srcRoot, srcPath.data(), os::RegKeyRead);
-        if (rc != os::RegOk) {
-            if (rc != os::RegFileNotFound)
-                REG_REPORT("RegOpenKeyEx", srcPath, rc);
+        if (!openReported(src, srcRoot, srcPath, os::RegKeyRead))
             return false;
-        }
         if (regvalue::readRaw(src.get(), srcName.data(), type, data) != os::RegOk)
             return false;
     }
     os::RegKey dst;
-    int32_t rc = dst.open(dstRoot, dstPath.data(), os::RegKeyWrite, true);
-    if (rc != os::RegOk) {
-        REG_REPORT("RegCreateKeyEx", dstPath, rc);
+    if (!createReported(dst, dstRoot, dstPath))
         return false;
-    }
     static const unsigned char none = 0;
-    rc = os::regSetValue(dst.get(), dstName.data(), type, data.empty() ? &none : data.data(),
+    int32_t rc = os::regSetValue(dst.get(), dstName.data(), type, data.empty() ? &none : data.data(),
                          static_cast<uint32_t>(data.size()));
     if (rc != os::RegOk) {
         REG_REPORT("RegSetValueEx", dstPath, rc);

@@ -29,16 +29,7 @@ SWCharString ascii(const char* s)
     return r;
 }
 
-int hexDigit(unsigned short c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
+using regvalue::hexDigit;
 
 // Decimal digits, or "0x" and hex digits; nothing else, at most max.
 bool parseNumber(const unsigned short* p, size_t n, unsigned long long max, unsigned long long& v)

@@ -42,6 +42,18 @@ int32_t readWithRetry(Query query, uint32_t& type, unsigned char* first, uint32_
 int32_t readRaw(RegKeyHandle key, const unsigned short* name, uint32_t& type,
                 std::vector<unsigned char>& data);
 
+// The value of a hex digit, -1 for any other unit.
+inline int hexDigit(unsigned short c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
 // Text as REG_SZ bytes: UTF-16LE units and a terminator, appended to out.
 void appendTextBytes(const unsigned short* text, size_t units, std::vector<unsigned char>& out);
 // REG_SZ bytes as text, up to the first zero unit (a value may lack its terminator).

@@ -101,21 +101,31 @@ std::string homeFolder()
 
 static const char* const SystemFolder = "/var/lib/vardow";
 
-std::string regStoreFolder()
+namespace {
+
+// The folder NEBU_REGISTRYHOME names, without trailing slashes ("" when unset or empty).
+std::string registryHome()
 {
     const char* env = std::getenv("NEBU_REGISTRYHOME");
-    if (env && *env) {
-        std::string f = env;
-        while (f.size() > 1 && f[f.size() - 1] == '/')
-            f.erase(f.size() - 1);
-        return f;
-    }
+    std::string f = env ? env : "";
+    while (f.size() > 1 && f[f.size() - 1] == '/')
+        f.erase(f.size() - 1);
+    return f;
+}
+
+} // namespace
+
+std::string regStoreFolder()
+{
+    std::string home = registryHome();
+    if (!home.empty())
+        return home;
     if (::access(SystemFolder, W_OK) == 0)
         return SystemFolder;
     struct stat st;
     if (::stat(SystemFolder, &st) != 0 && ::access("/var/lib", W_OK) == 0)
         return SystemFolder;
-    std::string home = homeFolder();
+    home = homeFolder();
     if (home.empty())
         return std::string();
     if (home[home.size() - 1] != '/')
@@ -138,11 +148,8 @@ std::string dbIn(std::string folder)
 // names one (tests and services keep everything there), else ".vardow/user" in the home.
 std::string userStoreFolder()
 {
-    const char* env = std::getenv("NEBU_REGISTRYHOME");
-    if (env && *env) {
-        std::string f = env;
-        while (f.size() > 1 && f[f.size() - 1] == '/')
-            f.erase(f.size() - 1);
+    std::string f = registryHome();
+    if (!f.empty()) {
         if (f[f.size() - 1] != '/')
             f += '/';
         return f + "users/" + std::to_string(static_cast<unsigned long>(::geteuid()));
@@ -483,8 +490,7 @@ int32_t RegStore::createFile()
     std::string parent = folder.substr(0, folder.find_last_of('/'));
     struct stat st;
     if (::stat(parent.c_str(), &st) != 0) {
-        const char* env = std::getenv("NEBU_REGISTRYHOME");
-        bool shared = env && *env;
+        bool shared = !registryHome().empty();
         makeDirectories(parent.substr(0, parent.find_last_of('/')), shared ? 0755 : 0700);
         if (::mkdir(parent.c_str(), shared ? 0777 : 0700) == 0 && shared)
             ::chmod(parent.c_str(), 01777);
