@@ -228,7 +228,7 @@ struct Listing {
 // The first batch is small, so that asking for index 0 again and again stays cheap; each
 // further batch of the same enumeration doubles, up to MaxBatch entries.
 const uint32_t FirstBatch = 16;
-const uint32_t MaxBatch = 4096;
+const uint32_t MaxBatch = 1024;
 // A batch of values stops once their data passes this many bytes.
 const size_t MaxBatchBytes = 1u << 20;
 
