@@ -88,17 +88,26 @@ bool openKeyArg(const std::string& arg, RegKeyHandle& root, SWCharString& path,
     return true;
 }
 
-int query(const std::vector<std::string>& a)
+// The key that arg names, which must exist: 0, else the exit code (the reason is shown).
+int existingKey(const std::string& arg, Registry& reg, SWCharString& path, SWCharString& display)
 {
     RegKeyHandle root;
-    SWCharString path, display;
-    if (!openKeyArg(a[1], root, path, display))
+    if (!openKeyArg(arg, root, path, display))
         return 2;
-    Registry reg(path, SWCharString(), root);
+    reg = Registry(path, SWCharString(), root);
     if (!reg.KeyExists()) {
         err("key not found: " + utf8(display));
         return 1;
     }
+    return 0;
+}
+
+int query(const std::vector<std::string>& a)
+{
+    Registry reg;
+    SWCharString path, display;
+    if (int code = existingKey(a[1], reg, path, display))
+        return code;
     if (a.size() == 3) {
         std::string line = valueLine(reg, valueName(a[2]));
         if (line.empty()) {
@@ -148,15 +157,10 @@ int set(const std::vector<std::string>& a)
 
 int remove(const std::vector<std::string>& a)
 {
-    RegKeyHandle root;
+    Registry reg;
     SWCharString path, display;
-    if (!openKeyArg(a[1], root, path, display))
-        return 2;
-    Registry reg(path, SWCharString(), root);
-    if (!reg.KeyExists()) {
-        err("key not found: " + utf8(display));
-        return 1;
-    }
+    if (int code = existingKey(a[1], reg, path, display))
+        return code;
     if (a.size() == 3) {
         if (!reg.DeleteValue(valueName(a[2]))) {
             err("cannot delete value " + a[2] + " (missing?) in " + utf8(display));

@@ -301,6 +301,14 @@ int32_t resolve(RegKeyHandle h, uint32_t need, Target& t)
     return (t.access & need) == need ? RegOk : RegAccessDenied;
 }
 
+// Resolves parent and splits the sub-key path below it.
+int32_t resolvePath(RegKeyHandle parent, const unsigned short* subKey, Target& t,
+                    std::vector<RegName>& path)
+{
+    int32_t r = resolve(parent, 0, t);
+    return r == RegOk ? splitPath(subKey, path) : r;
+}
+
 RegKeyHandle addHandle(const std::shared_ptr<RegStore>& store, int64_t id, uint32_t access)
 {
     std::unique_ptr<PosixKey> k(new PosixKey{store, id, access, {}, {}});
@@ -323,11 +331,8 @@ int32_t openOrCreate(RegKeyHandle parent, const unsigned short* subKey, uint32_t
         return RegInvalidParameter;
     *result = 0;
     Target t;
-    int32_t r = resolve(parent, 0, t);
-    if (r != RegOk)
-        return r;
     std::vector<RegName> path;
-    r = splitPath(subKey, path);
+    int32_t r = resolvePath(parent, subKey, t, path);
     if (r != RegOk)
         return r;
     if (create && !path.empty() && !(t.access & RegKeyCreateSubKey))
@@ -476,14 +481,9 @@ int32_t regDeleteValue(RegKeyHandle key, const unsigned short* name)
 int32_t regDeleteKey(RegKeyHandle parent, const unsigned short* subKey)
 {
     Target t;
-    int32_t r = resolve(parent, 0, t);
-    if (r != RegOk)
-        return r;
     std::vector<RegName> path;
-    r = splitPath(subKey, path);
-    if (r != RegOk)
-        return r;
-    return t.store->deleteKey(t.id, path);
+    int32_t r = resolvePath(parent, subKey, t, path);
+    return r == RegOk ? t.store->deleteKey(t.id, path) : r;
 }
 
 int32_t regEnumKey(RegKeyHandle key, uint32_t index, SWCharString& name)

@@ -119,6 +119,11 @@ private:
     void rollback();
     int32_t aliveLocked(int64_t id);
     int32_t walk(int64_t from, const std::vector<RegName>& path, int64_t& id, bool create);
+    template <class Bind, class Row>
+    int32_t listRows(int64_t key, sqlite3_stmt* st, Bind bind, Row row);
+    // A user's store: makes its folders (0700) and an empty file (0600) where missing,
+    // and checks that the folder is a real one of this user. RegOk, RegFileNotFound when
+    // no folder can be named, RegAccessDenied otherwise.
     int32_t createFile();
 
     std::mutex m_mutex;

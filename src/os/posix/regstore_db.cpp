@@ -313,7 +313,8 @@ int32_t RegStore::openLocked()
     struct stat st;
     bool exists = ::stat(m_file.c_str(), &st) == 0;
     if (m_bUser) {
-        int32_t r = exists ? RegOk : createFile();
+        // Makes what is missing and checks the folder, which only its user may enter.
+        int32_t r = createFile();
         if (r == RegOk)
             exists = ::stat(m_file.c_str(), &st) == 0;
         // A user's store that belongs to someone else is never used: it could be read or
@@ -794,39 +795,61 @@ std::string columnText(sqlite3_stmt* st, int col)
 
 } // namespace
 
-int32_t RegStore::listKeys(int64_t key, const std::string* afterFold, uint32_t offset,
-                           uint32_t limit, RegKeyBatch& out)
+// Runs a listing statement for key: bind(st) binds what follows the key, row(st) takes
+// each row and answers false to stop early. An empty listing is RegOk while the key
+// exists and RegKeyDeleted once it is gone.
+template <class Bind, class Row>
+int32_t RegStore::listRows(int64_t key, sqlite3_stmt* st, Bind bind, Row row)
 {
-    out.names.clear();
     std::lock_guard<std::mutex> lock(m_mutex);
     int32_t r = usable(false);
     if (r != RegOk)
         return r == RegFileNotFound ? RegOk : r;
-    sqlite3_stmt* st = afterFold ? m_keysAfter : m_keysFrom;
     int rc;
+    bool any = false;
     {
         Reset reset(st);
         sqlite3_bind_int64(st, 1, key);
-        if (afterFold) {
-            sqlite3_bind_text(st, 2, afterFold->data(), static_cast<int>(afterFold->size()),
-                              SQLITE_STATIC);
-            sqlite3_bind_int64(st, 3, limit);
-        } else {
-            sqlite3_bind_int64(st, 2, limit);
-            sqlite3_bind_int64(st, 3, offset);
-        }
+        bind(st);
         // Only the first step may wait for a lock: a retry starts the query afresh.
         for (rc = stepRetry(st); rc == SQLITE_ROW; rc = sqlite3_step(st)) {
+            any = true;
+            if (!row(st)) {
+                rc = SQLITE_DONE;
+                break;
+            }
+        }
+    }
+    if (rc != SQLITE_DONE)
+        return fail(rc);
+    return any ? RegOk : aliveLocked(key);
+}
+
+int32_t RegStore::listKeys(int64_t key, const std::string* afterFold, uint32_t offset,
+                           uint32_t limit, RegKeyBatch& out)
+{
+    out.names.clear();
+    int32_t r = listRows(
+        key, afterFold ? m_keysAfter : m_keysFrom,
+        [&](sqlite3_stmt* st) {
+            if (afterFold) {
+                sqlite3_bind_text(st, 2, afterFold->data(), static_cast<int>(afterFold->size()),
+                                  SQLITE_STATIC);
+                sqlite3_bind_int64(st, 3, limit);
+            } else {
+                sqlite3_bind_int64(st, 2, limit);
+                sqlite3_bind_int64(st, 3, offset);
+            }
+        },
+        [&](sqlite3_stmt* st) {
             out.names.push_back(columnText(st, 0));
             out.lastFold.assign(reinterpret_cast<const char*>(sqlite3_column_text(st, 1)),
                                 static_cast<size_t>(sqlite3_column_bytes(st, 1)));
-        }
-    }
-    if (rc != SQLITE_DONE) {
+            return true;
+        });
+    if (r != RegOk)
         out.names.clear();
-        return fail(rc);
-    }
-    return out.names.empty() ? aliveLocked(key) : RegOk;
+    return r;
 }
 
 int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint32_t limit,
@@ -834,23 +857,13 @@ int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint
 {
     out.values.clear();
     out.bytes.clear();
-    std::lock_guard<std::mutex> lock(m_mutex);
-    int32_t r = usable(false);
-    if (r != RegOk)
-        return r == RegFileNotFound ? RegOk : r;
-    sqlite3_stmt* st = afterId ? m_valuesAfter : m_valuesFrom;
-    int rc;
-    {
-        Reset reset(st);
-        sqlite3_bind_int64(st, 1, key);
-        if (afterId) {
-            sqlite3_bind_int64(st, 2, afterId);
-            sqlite3_bind_int64(st, 3, limit);
-        } else {
-            sqlite3_bind_int64(st, 2, limit);
-            sqlite3_bind_int64(st, 3, offset);
-        }
-        for (rc = stepRetry(st); rc == SQLITE_ROW; rc = sqlite3_step(st)) {
+    int32_t r = listRows(
+        key, afterId ? m_valuesAfter : m_valuesFrom,
+        [&](sqlite3_stmt* st) {
+            sqlite3_bind_int64(st, 2, afterId ? afterId : static_cast<int64_t>(limit));
+            sqlite3_bind_int64(st, 3, afterId ? static_cast<int64_t>(limit) : offset);
+        },
+        [&](sqlite3_stmt* st) {
             const unsigned char* p = static_cast<const unsigned char*>(sqlite3_column_blob(st, 3));
             size_t n = static_cast<size_t>(sqlite3_column_bytes(st, 3));
             out.values.push_back(RegValueBatch::Value{
@@ -858,17 +871,11 @@ int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint
                 static_cast<uint32_t>(sqlite3_column_int64(st, 2)), out.bytes.size(),
                 static_cast<uint32_t>(n)});
             out.bytes.insert(out.bytes.end(), p, p + n);
-            if (out.bytes.size() > maxBytes) {
-                rc = SQLITE_DONE;
-                break;
-            }
-        }
-    }
-    if (rc != SQLITE_DONE) {
+            return out.bytes.size() <= maxBytes;
+        });
+    if (r != RegOk)
         out.values.clear();
-        return fail(rc);
-    }
-    return out.values.empty() ? aliveLocked(key) : RegOk;
+    return r;
 }
 
 // ---- the integrity check ----------------------------------------------------------------------
