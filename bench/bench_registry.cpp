@@ -1,6 +1,8 @@
 // Registry on the Linux store against the same SQLite statements run directly (the floor
-// the store can reach): reading an existing value through a kept key object, and writing
-// a new value. Also the write throughput of several processes writing at once.
+// the store can reach): reading an existing value through a kept key object, writing a
+// new value, and enumerating 10,000 sub-keys and 10,000 values against one query that
+// returns the same rows. Also the write throughput of several processes writing at once.
+#include <vardo/regfile.h>
 #include <vardo/registry.h>
 #include <vardo/senv.h>
 
@@ -31,6 +33,9 @@ SWCharString A(const std::string& s)
 }
 
 const char* const KeyPath = "Software\\Quorvane\\Suite 12.0\\Bench";
+// A key with ListSize sub-keys and ListSize values, for the enumerations.
+const char* const ListPath = "Software\\Quorvane\\Suite 12.0\\BenchList";
+const int ListSize = 10000;
 
 // One store folder for the whole run, with one existing value.
 struct Store {
@@ -44,6 +49,16 @@ struct Store {
         file = (dir / "registry.db").string();
         Registry(A(KeyPath), SWCharString(), RegLocalMachine)
             .WriteValue(A("Existing"), A("C:\\Program Files\\Quorvane\\Suite 12.0\\logs"));
+        // One regedit file, imported in one go: the sub-keys, then the values.
+        std::string text = std::string(SRegFile::Header) + "\r\n\r\n";
+        const std::string list = std::string("[HKEY_LOCAL_MACHINE\\") + ListPath;
+        for (int i = 0; i < ListSize; ++i)
+            text += list + "\\Sub key " + std::to_string(i * 7919 % ListSize) + "]\r\n";
+        text += list + "]\r\n";
+        for (int i = 0; i < ListSize; ++i)
+            text += "\"Value " + std::to_string(i) + "\"=\"data of value " + std::to_string(i) + "\"\r\n";
+        if (!SRegFile::Import(reinterpret_cast<const unsigned char*>(text.data()), text.size()))
+            std::fprintf(stderr, "bench_registry: could not fill %s\n", ListPath);
     }
     ~Store()
     {
@@ -88,10 +103,10 @@ struct Direct {
         sqlite3_close_v2(db);
     }
     // The walk the store does from HKEY_LOCAL_MACHINE (row 3).
-    sqlite3_int64 walk()
+    sqlite3_int64 walk(const char* last = "BENCH")
     {
         sqlite3_int64 id = 3;
-        for (const char* fold : {"SOFTWARE", "QUORVANE", "SUITE 12.0", "BENCH"}) {
+        for (const char* fold : {"SOFTWARE", "QUORVANE", "SUITE 12.0", last}) {
             sqlite3_bind_int64(findKey, 1, id);
             sqlite3_bind_text(findKey, 2, fold, -1, SQLITE_STATIC);
             if (sqlite3_step(findKey) == SQLITE_ROW)
@@ -178,6 +193,99 @@ void BM_SqliteWrite(benchmark::State& state)
 }
 BENCHMARK(BM_SqliteWrite);
 
+void BM_RegistryEnumSubKeys(benchmark::State& state)
+{
+    store();
+    int64_t items = 0;
+    for (auto _ : state) {
+        Registry key(A(ListPath), SWCharString(), RegLocalMachine);
+        for (Registry::KeyIterator it = key.EnumSubKeys(); it; ++it) {
+            benchmark::DoNotOptimize(it.GetKey().data());
+            ++items;
+        }
+    }
+    if (items != state.iterations() * ListSize)
+        state.SkipWithError("wrong number of sub-keys");
+    state.SetItemsProcessed(items);
+}
+BENCHMARK(BM_RegistryEnumSubKeys)->Unit(benchmark::kMillisecond);
+
+// The same rows from one query, each name copied out.
+void BM_SqliteEnumSubKeys(benchmark::State& state)
+{
+    store();
+    Direct d;
+    sqlite3_stmt* st = nullptr;
+    sqlite3_prepare_v2(d.db, "SELECT name FROM keys WHERE parent=?1 ORDER BY fold", -1, &st, nullptr);
+    int64_t items = 0;
+    std::string name;
+    for (auto _ : state) {
+        sqlite3_bind_int64(st, 1, d.walk("BENCHLIST"));
+        while (sqlite3_step(st) == SQLITE_ROW) {
+            name.assign(reinterpret_cast<const char*>(sqlite3_column_text(st, 0)),
+                        static_cast<size_t>(sqlite3_column_bytes(st, 0)));
+            benchmark::DoNotOptimize(name.data());
+            ++items;
+        }
+        sqlite3_reset(st);
+    }
+    sqlite3_finalize(st);
+    if (items != state.iterations() * ListSize)
+        state.SkipWithError("wrong number of sub-keys");
+    state.SetItemsProcessed(items);
+}
+BENCHMARK(BM_SqliteEnumSubKeys)->Unit(benchmark::kMillisecond);
+
+void BM_RegistryEnumValues(benchmark::State& state)
+{
+    store();
+    int64_t items = 0;
+    for (auto _ : state) {
+        Registry key(A(ListPath), SWCharString(), RegLocalMachine);
+        for (Registry::ValueIterator it = key.EnumValues(); it; ++it) {
+            benchmark::DoNotOptimize(it.GetName().data());
+            benchmark::DoNotOptimize(it.GetValue().data());
+            ++items;
+        }
+    }
+    if (items != state.iterations() * ListSize)
+        state.SkipWithError("wrong number of values");
+    state.SetItemsProcessed(items);
+}
+BENCHMARK(BM_RegistryEnumValues)->Unit(benchmark::kMillisecond);
+
+// The same rows from one query, each name and its data copied out.
+void BM_SqliteEnumValues(benchmark::State& state)
+{
+    store();
+    Direct d;
+    sqlite3_stmt* st = nullptr;
+    sqlite3_prepare_v2(d.db, "SELECT name, type, data FROM vals WHERE key=?1 ORDER BY id", -1, &st,
+                       nullptr);
+    int64_t items = 0;
+    std::string name;
+    std::vector<unsigned char> data;
+    for (auto _ : state) {
+        sqlite3_bind_int64(st, 1, d.walk("BENCHLIST"));
+        while (sqlite3_step(st) == SQLITE_ROW) {
+            name.assign(reinterpret_cast<const char*>(sqlite3_column_text(st, 0)),
+                        static_cast<size_t>(sqlite3_column_bytes(st, 0)));
+            const unsigned char* p = static_cast<const unsigned char*>(sqlite3_column_blob(st, 2));
+            data.assign(p, p + sqlite3_column_bytes(st, 2));
+            benchmark::DoNotOptimize(sqlite3_column_int(st, 1));
+            benchmark::DoNotOptimize(name.data());
+            benchmark::DoNotOptimize(data.data());
+            ++items;
+        }
+        sqlite3_reset(st);
+    }
+    sqlite3_finalize(st);
+    if (items != state.iterations() * ListSize)
+        state.SkipWithError("wrong number of values");
+    state.SetItemsProcessed(items);
+}
+BENCHMARK(BM_SqliteEnumValues)->Unit(benchmark::kMillisecond);
+
 // N processes each write 500 new values into the same key at once; items/s is the
 // store's total write throughput.
 void BM_RegistryWriteProcesses(benchmark::State& state)
@@ -222,6 +330,8 @@ struct Pairs {
     {
         vardo_bench::addPair("BM_RegistryRead", "BM_SqliteRead");
         vardo_bench::addPair("BM_RegistryWrite", "BM_SqliteWrite");
+        vardo_bench::addPair("BM_RegistryEnumSubKeys", "BM_SqliteEnumSubKeys");
+        vardo_bench::addPair("BM_RegistryEnumValues", "BM_SqliteEnumValues");
     }
 } g_pairs;
 

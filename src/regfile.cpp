@@ -2,6 +2,7 @@
 #include "vardo/regfile.h"
 
 #include "os/os_registry.h"
+#include "regvalue.h"
 #include "utfcore.h"
 
 #include <algorithm>
@@ -42,16 +43,7 @@ SWCharString lineError(size_t line, const char* reason)
 
 bool isBlank(unsigned short c) { return c == ' ' || c == '\t'; }
 
-int hexDigit(unsigned short c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
+using regvalue::hexDigit;
 
 bool equalsNoCaseAscii(const unsigned short* p, size_t n, const char* word)
 {
@@ -144,12 +136,7 @@ size_t parseQuoted(const unsigned short* p, size_t n, Units& out)
 void textBytes(const Units& u, std::vector<unsigned char>& bytes)
 {
     bytes.clear();
-    for (unsigned short c : u) {
-        bytes.push_back(static_cast<unsigned char>(c & 0xFF));
-        bytes.push_back(static_cast<unsigned char>(c >> 8));
-    }
-    bytes.push_back(0);
-    bytes.push_back(0);
+    regvalue::appendTextBytes(u.data(), u.size(), bytes);
 }
 
 // "xx,xx,...", blanks allowed around each byte, a trailing comma allowed.
@@ -263,25 +250,6 @@ SWCharString codeText(int32_t code)
     return ascii(buf);
 }
 
-int32_t readRaw(RegKeyHandle key, const SWCharString& name, uint32_t& type,
-                std::vector<unsigned char>& data)
-{
-    uint32_t size = 0;
-    int32_t rc = os::regQueryValue(key, name.data(), &type, 0, &size);
-    for (int attempt = 0; rc == os::RegOk && attempt < 8; ++attempt) {
-        data.resize(size ? size : 1);
-        size = static_cast<uint32_t>(data.size());
-        rc = os::regQueryValue(key, name.data(), &type, data.data(), &size);
-        if (rc == os::RegOk) {
-            data.resize(size);
-            return rc;
-        }
-        if (rc == os::RegMoreData)
-            rc = os::RegOk;
-    }
-    return rc == os::RegOk ? os::RegMoreData : rc;
-}
-
 bool exportKey(RegKeyHandle root, const SWCharString& path, const SWCharString& display,
                SWCharString& text, SWCharString* error, int depth)
 {
@@ -295,8 +263,8 @@ bool exportKey(RegKeyHandle root, const SWCharString& path, const SWCharString& 
             *error = ascii("key name holds a line break: ") + display;
         return false;
     }
-    RegKeyHandle h = 0;
-    int32_t rc = os::regOpenKey(root, path.data(), os::RegKeyRead, &h);
+    os::RegKey h;
+    int32_t rc = h.open(root, path.data(), os::RegKeyRead);
     if (rc != os::RegOk) {
         if (error)
             *error = (rc == os::RegFileNotFound ? ascii("key not found: ")
@@ -304,21 +272,16 @@ bool exportKey(RegKeyHandle root, const SWCharString& path, const SWCharString& 
                      display + (rc == os::RegFileNotFound ? SWCharString() : codeText(rc));
         return false;
     }
-    os::regMakeNonInheritable(h);
-    struct Closer {
-        RegKeyHandle h;
-        ~Closer() { os::regCloseKey(h); }
-    } closer{h};
     text += SRegFile::FormatKey(display);
     for (uint32_t i = 0;; ++i) {
         SWCharString name;
         uint32_t type = 0, size = 0;
-        rc = os::regEnumValue(h, i, name, &type, 0, &size);
+        rc = os::regEnumValue(h.get(), i, name, &type, 0, &size);
         if (rc == os::RegNoMoreItems)
             break;
         std::vector<unsigned char> data;
         if (rc == os::RegOk)
-            rc = readRaw(h, name, type, data);
+            rc = regvalue::readRaw(h.get(), name.data(), type, data);
         if (rc == os::RegFileNotFound)
             continue;
         if (rc != os::RegOk) {
@@ -338,7 +301,7 @@ bool exportKey(RegKeyHandle root, const SWCharString& path, const SWCharString& 
     std::vector<SWCharString> subKeys;
     for (uint32_t i = 0;; ++i) {
         SWCharString name;
-        rc = os::regEnumKey(h, i, name);
+        rc = os::regEnumKey(h.get(), i, name);
         if (rc == os::RegNoMoreItems)
             break;
         if (rc != os::RegOk) {
@@ -654,19 +617,14 @@ bool SRegFile::Import(const unsigned char* bytes, size_t size, SWCharString* err
     Collector c;
     if (!Parse(text, c, error))
         return false;
-    RegKeyHandle current = 0;
+    os::RegKey current;
     SWCharString currentPath;
-    struct Closer {
-        RegKeyHandle* h;
-        ~Closer() { os::regCloseKey(*h); }
-    } closer{&current};
     for (const Entry& e : c.entries) {
         int32_t rc = os::RegOk;
         switch (e.kind) {
         case Entry::Key:
         case Entry::DeleteKey: {
-            os::regCloseKey(current);
-            current = 0;
+            current.reset();
             currentPath = e.text;
             RegKeyHandle root;
             SWCharString path;
@@ -685,19 +643,17 @@ bool SRegFile::Import(const unsigned char* bytes, size_t size, SWCharString* err
                 }
                 break;
             }
-            rc = os::regCreateKey(root, path.data(), os::RegKeyWrite, &current);
+            rc = current.open(root, path.data(), os::RegKeyWrite, true);
             if (rc != os::RegOk) {
-                current = 0;
                 if (error)
                     *error = ascii("cannot create key ") + e.text + codeText(rc);
                 return false;
             }
-            os::regMakeNonInheritable(current);
             break;
         }
         case Entry::Value: {
             static const unsigned char none = 0;
-            rc = os::regSetValue(current, e.text.data(), e.type,
+            rc = os::regSetValue(current.get(), e.text.data(), e.type,
                                  e.data.empty() ? &none : e.data.data(),
                                  static_cast<uint32_t>(e.data.size()));
             if (rc != os::RegOk) {
@@ -708,7 +664,7 @@ bool SRegFile::Import(const unsigned char* bytes, size_t size, SWCharString* err
             break;
         }
         case Entry::DeleteValue:
-            rc = os::regDeleteValue(current, e.text.data());
+            rc = os::regDeleteValue(current.get(), e.text.data());
             if (rc != os::RegOk && rc != os::RegFileNotFound) {
                 if (error)
                     *error = ascii("cannot delete a value of ") + currentPath + codeText(rc);

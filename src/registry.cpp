@@ -4,9 +4,11 @@
 #include "vardo/strace.h"
 
 #include "os/os_registry.h"
+#include "regvalue.h"
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace Vardo400 {
@@ -57,41 +59,31 @@ void reportFailure(const char* file, int line, const char* call, const SWCharStr
 
 #define REG_REPORT(call, path, code) reportFailure(__FILE__, __LINE__, call, path, code)
 
-// REG_SZ bytes (UTF-16LE, possibly without terminator) to text, up to the first zero.
-SWCharString textFromBytes(const unsigned char* data, uint32_t size)
+// Opens root\path into key; a failure other than a missing key is reported.
+bool openReported(os::RegKey& key, RegKeyHandle root, const SWCharString& path, uint32_t access)
 {
-    uint32_t units = size / 2;
-    uint32_t n = 0;
-    while (n < units && (data[2 * n] | data[2 * n + 1]) != 0)
-        ++n;
-    SWCharString r;
-    if (n == 0)
-        return r;
-    r.setBufferSize(n);
-    std::vector<unsigned short> tmp;
-    unsigned short stackUnits[256];
-    unsigned short* p = stackUnits;
-    if (n >= 256) {
-        tmp.resize(n + 1);
-        p = tmp.data();
-    }
-    for (uint32_t i = 0; i < n; ++i)
-        p[i] = static_cast<unsigned short>(data[2 * i] | (data[2 * i + 1] << 8));
-    p[n] = 0;
-    r.concat(p, n);
-    return r;
+    int32_t rc = key.open(root, path.data(), access);
+    if (rc != os::RegOk && rc != os::RegFileNotFound)
+        REG_REPORT("RegOpenKeyEx", path, rc);
+    return rc == os::RegOk;
 }
+
+// Opens root\path for writing into key, creating what is missing; a failure is reported.
+bool createReported(os::RegKey& key, RegKeyHandle root, const SWCharString& path)
+{
+    int32_t rc = key.open(root, path.data(), os::RegKeyWrite, true);
+    if (rc != os::RegOk)
+        REG_REPORT("RegCreateKeyEx", path, rc);
+    return rc == os::RegOk;
+}
+
+using regvalue::textFromBytes;
 
 // Text to REG_SZ bytes, terminator included.
 void bytesFromText(const SWCharString& s, std::vector<unsigned char>& out)
 {
-    unsigned int n = s.getLength();
-    out.resize(2 * (static_cast<size_t>(n) + 1));
-    const unsigned short* p = s.data();
-    for (unsigned int i = 0; i <= n; ++i) {
-        out[2 * i] = static_cast<unsigned char>(p[i] & 0xFF);
-        out[2 * i + 1] = static_cast<unsigned char>(p[i] >> 8);
-    }
+    out.clear();
+    regvalue::appendTextBytes(s.data(), s.getLength(), out);
 }
 
 uint32_t dwordFromBytes(const unsigned char* data, uint32_t size)
@@ -136,50 +128,18 @@ SWCharString readConverted(Query query, int32_t& rc, const char* file, int line,
                            const char* expandMessage)
 {
     unsigned char first[FirstReadBufferSize];
-    uint32_t type = 0;
-    uint32_t size = FirstReadBufferSize;
-    rc = query(&type, first, &size);
-    if (rc == os::RegOk)
-        return convertValue(type, first, size, file, line, expandMessage);
-    // The value may grow between the two calls: ask again a few times.
-    for (int attempt = 0; rc == os::RegMoreData && attempt < 4; ++attempt) {
-        std::vector<unsigned char> big(size ? size : 1);
-        size = static_cast<uint32_t>(big.size());
-        rc = query(&type, big.data(), &size);
-        if (rc == os::RegOk)
-            return type == RegTypeString ? textFromBytes(big.data(), size) : SWCharString();
-    }
-    return SWCharString();
+    std::vector<unsigned char> grown;
+    const unsigned char* bytes = 0;
+    uint32_t type = 0, size = 0;
+    bool retried = false;
+    rc = regvalue::readWithRetry(query, type, first, FirstReadBufferSize, grown, bytes, size,
+                                 retried);
+    if (rc != os::RegOk)
+        return SWCharString();
+    if (retried)
+        return type == RegTypeString ? textFromBytes(bytes, size) : SWCharString();
+    return convertValue(type, bytes, size, file, line, expandMessage);
 }
-
-// Reads a value's type and exact bytes, growing the buffer as needed.
-int32_t readRaw(RegKeyHandle key, const unsigned short* name, uint32_t& type,
-                std::vector<unsigned char>& data)
-{
-    uint32_t size = 0;
-    int32_t rc = os::regQueryValue(key, name, &type, 0, &size);
-    for (int attempt = 0; rc == os::RegOk && attempt < 8; ++attempt) {
-        data.resize(size ? size : 1);
-        size = static_cast<uint32_t>(data.size());
-        rc = os::regQueryValue(key, name, &type, data.data(), &size);
-        if (rc == os::RegOk) {
-            data.resize(size);
-            return rc;
-        }
-        if (rc == os::RegMoreData)
-            rc = os::RegOk;
-    }
-    return rc == os::RegOk ? os::RegMoreData : rc;
-}
-
-// Closes a key handle when the scope ends.
-struct KeyCloser {
-    RegKeyHandle h;
-    explicit KeyCloser(RegKeyHandle k) : h(k) {}
-    ~KeyCloser() { os::regCloseKey(h); }
-    KeyCloser(const KeyCloser&) = delete;
-    KeyCloser& operator=(const KeyCloser&) = delete;
-};
 
 SWCharString joinPath(const SWCharString& path, const SWCharString& name)
 {
@@ -207,21 +167,19 @@ int32_t readTree(RegKeyHandle root, const SWCharString& path, TreeNode& node, in
 {
     if (depth > MaxTreeDepth)
         return os::RegInvalidParameter;
-    RegKeyHandle h = 0;
-    int32_t rc = os::regOpenKey(root, path.data(), os::RegKeyRead, &h);
+    os::RegKey h;
+    int32_t rc = h.open(root, path.data(), os::RegKeyRead);
     if (rc != os::RegOk)
         return rc;
-    KeyCloser closer(h);
-    os::regMakeNonInheritable(h);
     for (uint32_t i = 0;; ++i) {
         TreeValue v;
         uint32_t size = 0;
-        rc = os::regEnumValue(h, i, v.name, &v.type, 0, &size);
+        rc = os::regEnumValue(h.get(), i, v.name, &v.type, 0, &size);
         if (rc == os::RegNoMoreItems)
             break;
         if (rc != os::RegOk)
             return rc;
-        rc = readRaw(h, v.name.data(), v.type, v.data);
+        rc = regvalue::readRaw(h.get(), v.name.data(), v.type, v.data);
         if (rc == os::RegFileNotFound)
             continue;   // removed meanwhile
         if (rc != os::RegOk)
@@ -231,7 +189,7 @@ int32_t readTree(RegKeyHandle root, const SWCharString& path, TreeNode& node, in
     std::vector<SWCharString> names;
     for (uint32_t i = 0;; ++i) {
         SWCharString name;
-        rc = os::regEnumKey(h, i, name);
+        rc = os::regEnumKey(h.get(), i, name);
         if (rc == os::RegNoMoreItems)
             break;
         if (rc != os::RegOk)
@@ -253,18 +211,14 @@ int32_t readTree(RegKeyHandle root, const SWCharString& path, TreeNode& node, in
 
 bool writeTree(RegKeyHandle root, const SWCharString& path, const TreeNode& node)
 {
-    RegKeyHandle h = 0;
-    int32_t rc = os::regCreateKey(root, path.data(), os::RegKeyWrite, &h);
-    if (rc != os::RegOk) {
-        REG_REPORT("RegCreateKeyEx", path, rc);
-        return false;
-    }
-    os::regMakeNonInheritable(h);
     {
-        KeyCloser closer(h);
+        os::RegKey h;
+        if (!createReported(h, root, path))
+            return false;
         for (const TreeValue& v : node.values) {
             static const unsigned char none = 0;
-            rc = os::regSetValue(h, v.name.data(), v.type, v.data.empty() ? &none : v.data.data(),
+            int32_t rc = os::regSetValue(h.get(), v.name.data(), v.type,
+                                 v.data.empty() ? &none : v.data.data(),
                                  static_cast<uint32_t>(v.data.size()));
             if (rc != os::RegOk) {
                 REG_REPORT("RegSetValueEx", path, rc);
@@ -333,7 +287,7 @@ bool Registry::KeyIterator::NextKey()
         SWCharString name;
         if (os::regEnumKey(m_enumKey, m_dwIndex, name) == os::RegOk) {
             ++m_dwIndex;
-            m_key = name;
+            static_cast<SWCharString&>(m_key) = std::move(name);
             m_bValid = true;
             return true;
         }
@@ -418,8 +372,8 @@ bool Registry::ValueIterator::NextValue()
         // A value that kept growing while read still counts as an entry (with empty text).
         if (rc == os::RegOk || rc == os::RegMoreData) {
             ++m_dwIndex;
-            m_name = name;
-            m_value = value;
+            static_cast<SWCharString&>(m_name) = std::move(name);
+            m_value = std::move(value);
             m_type = type;
             m_bValid = true;
             return true;
@@ -447,12 +401,8 @@ Registry::Registry(const SWCharString& key, const SWCharString& prefix, RegKeyHa
     : m_subKey(prefix + key), m_hRoot(root), m_bRemote(false), m_hKey(0), m_bOwnRoot(false)
 {
     if (bCreate && m_hRoot) {
-        RegKeyHandle h = 0;
-        int32_t rc = os::regCreateKey(m_hRoot, m_subKey.data(), os::RegKeyWrite, &h);
-        if (rc == os::RegOk)
-            os::regCloseKey(h);
-        else
-            REG_REPORT("RegCreateKeyEx", m_subKey, rc);
+        os::RegKey h;
+        createReported(h, m_hRoot, m_subKey);
     }
 }
 
@@ -514,16 +464,15 @@ RegKeyHandle Registry::OpenForRead()
         return m_hKey;
     if (!m_hRoot)
         return 0;
-    RegKeyHandle h = 0;
-    int32_t rc = os::regOpenKey(m_hRoot, m_subKey.data(), os::RegKeyRead, &h);
+    os::RegKey h;
+    int32_t rc = h.open(m_hRoot, m_subKey.data(), os::RegKeyRead);
     if (rc != os::RegOk) {
         if (rc == os::RegAccessDenied)
             REG_REPORT("RegOpenKeyEx", m_subKey, rc);
         return 0;
     }
-    os::regMakeNonInheritable(h);
-    m_hKey = h;
-    return h;
+    m_hKey = h.release();
+    return m_hKey;
 }
 
 bool Registry::KeyExists() { return OpenForRead() != 0; }
@@ -632,6 +581,21 @@ bool Registry::ReadValueRaw(const SWCharString& name, unsigned long& type, unsig
     return rc == os::RegOk && (data || size == 0);
 }
 
+bool Registry::ReadValueRaw(const SWCharString& name, unsigned long& type, SSimpleBuffer& data)
+{
+    data.clear();
+    RegKeyHandle h = OpenForRead();
+    if (!h)
+        return false;
+    uint32_t t = 0;
+    std::vector<unsigned char> bytes;
+    if (regvalue::readRaw(h, name.data(), t, bytes) != os::RegOk)
+        return false;
+    type = t;
+    data.append(bytes.data(), bytes.size());
+    return true;
+}
+
 bool Registry::writeRaw(unsigned long type, const SWCharString& name, const unsigned char* data,
                         uint32_t size)
 {
@@ -639,15 +603,10 @@ bool Registry::writeRaw(unsigned long type, const SWCharString& name, const unsi
         REG_REPORT("RegCreateKeyEx", m_subKey, os::RegInvalidHandle);
         return false;
     }
-    RegKeyHandle h = 0;
-    int32_t rc = os::regCreateKey(m_hRoot, m_subKey.data(), os::RegKeyWrite, &h);
-    if (rc != os::RegOk) {
-        REG_REPORT("RegCreateKeyEx", m_subKey, rc);
+    os::RegKey h;
+    if (!createReported(h, m_hRoot, m_subKey))
         return false;
-    }
-    os::regMakeNonInheritable(h);
-    KeyCloser closer(h);
-    rc = os::regSetValue(h, name.data(), static_cast<uint32_t>(type), data, size);
+    int32_t rc = os::regSetValue(h.get(), name.data(), static_cast<uint32_t>(type), data, size);
     if (rc != os::RegOk) {
         REG_REPORT("RegSetValueEx", m_subKey, rc);
         return false;
@@ -713,16 +672,10 @@ bool Registry::DeleteValue(const SWCharString& name)
 {
     if (!m_hRoot)
         return false;
-    RegKeyHandle h = 0;
-    int32_t rc = os::regOpenKey(m_hRoot, m_subKey.data(), os::RegKeyWrite, &h);
-    if (rc != os::RegOk) {
-        if (rc != os::RegFileNotFound)
-            REG_REPORT("RegOpenKeyEx", m_subKey, rc);
+    os::RegKey h;
+    if (!openReported(h, m_hRoot, m_subKey, os::RegKeyWrite))
         return false;
-    }
-    os::regMakeNonInheritable(h);
-    KeyCloser closer(h);
-    rc = os::regDeleteValue(h, name.data());
+    int32_t rc = os::regDeleteValue(h.get(), name.data());
     if (rc != os::RegOk && rc != os::RegFileNotFound)
         REG_REPORT("RegDeleteValue", m_subKey, rc);
     return rc == os::RegOk;
@@ -752,17 +705,15 @@ bool Registry::deleteTree(RegKeyHandle root, const SWCharString& path, bool bDel
     // A sub-key created by someone else while we delete makes the last step fail: go
     // round again a few times before giving up.
     for (int round = 0; round < 4; ++round) {
-        RegKeyHandle h = 0;
-        int32_t rc = os::regOpenKey(root, path.data(), os::RegKeyRead | os::RegKeySetValue, &h);
-        if (rc != os::RegOk)
-            return rc == os::RegFileNotFound && round > 0;
         std::vector<SWCharString> names;
         {
-            KeyCloser closer(h);
-            os::regMakeNonInheritable(h);
+            os::RegKey h;
+            int32_t rc = h.open(root, path.data(), os::RegKeyRead | os::RegKeySetValue);
+            if (rc != os::RegOk)
+                return rc == os::RegFileNotFound && round > 0;
             for (uint32_t i = 0;; ++i) {
                 SWCharString name;
-                rc = os::regEnumKey(h, i, name);
+                rc = os::regEnumKey(h.get(), i, name);
                 if (rc != os::RegOk)
                     break;
                 names.push_back(name);
@@ -775,7 +726,7 @@ bool Registry::deleteTree(RegKeyHandle root, const SWCharString& path, bool bDel
                 for (uint32_t i = 0;; ++i) {
                     SWCharString name;
                     uint32_t size = 0;
-                    rc = os::regEnumValue(h, i, name, 0, 0, &size);
+                    rc = os::regEnumValue(h.get(), i, name, 0, 0, &size);
                     if (rc != os::RegOk && rc != os::RegMoreData)
                         break;
                     values.push_back(name);
@@ -783,7 +734,7 @@ bool Registry::deleteTree(RegKeyHandle root, const SWCharString& path, bool bDel
                 if (rc != os::RegNoMoreItems)
                     return false;
                 for (const SWCharString& v : values) {
-                    rc = os::regDeleteValue(h, v.data());
+                    rc = os::regDeleteValue(h.get(), v.data());
                     if (rc != os::RegOk && rc != os::RegFileNotFound)
                         return false;
                 }
@@ -794,16 +745,14 @@ bool Registry::deleteTree(RegKeyHandle root, const SWCharString& path, bool bDel
             SWCharString child = joinPath(path, name);
             if (!deleteTree(root, child, true)) {
                 // Gone already is fine; anything else is a failure.
-                RegKeyHandle probe = 0;
-                if (os::regOpenKey(root, child.data(), os::RegKeyRead, &probe) == os::RegOk) {
-                    os::regCloseKey(probe);
+                os::RegKey probe;
+                if (probe.open(root, child.data(), os::RegKeyRead) == os::RegOk)
                     return false;
-                }
             }
         }
         if (!bDeleteThisKey)
             continue;   // next round empties the values
-        rc = os::regDeleteKey(root, path.data());
+        int32_t rc = os::regDeleteKey(root, path.data());
         if (rc == os::RegOk || rc == os::RegFileNotFound)
             return true;
         if (rc != os::RegAccessDenied)
@@ -817,11 +766,8 @@ bool Registry::DeleteKeyRecursive(bool bDeleteThisKey)
     CloseHandle();
     if (!m_hRoot)
         return false;
-    RegKeyHandle h = 0;
-    int32_t rc = os::regOpenKey(m_hRoot, m_subKey.data(), os::RegKeyRead, &h);
-    if (rc != os::RegOk)
+    if (os::RegKey().open(m_hRoot, m_subKey.data(), os::RegKeyRead) != os::RegOk)
         return false;
-    os::regCloseKey(h);
     if (!deleteTree(m_hRoot, m_subKey, bDeleteThisKey)) {
         VARDO_ASSERT_TEXT("DeleteKeyRecursive: Could not delete subkey recursively");
         return false;
@@ -833,30 +779,20 @@ Registry::KeyIterator Registry::EnumSubKeys()
 {
     if (!m_hRoot)
         return KeyIterator();
-    RegKeyHandle h = 0;
-    int32_t rc = os::regOpenKey(m_hRoot, m_subKey.data(), os::RegKeyEnumerateSubKeys, &h);
-    if (rc != os::RegOk) {
-        if (rc != os::RegFileNotFound)
-            REG_REPORT("RegOpenKeyEx", m_subKey, rc);
+    os::RegKey h;
+    if (!openReported(h, m_hRoot, m_subKey, os::RegKeyEnumerateSubKeys))
         return KeyIterator();
-    }
-    os::regMakeNonInheritable(h);
-    return KeyIterator(h);
+    return KeyIterator(h.release());
 }
 
 Registry::ValueIterator Registry::EnumValues()
 {
     if (!m_hRoot)
         return ValueIterator();
-    RegKeyHandle h = 0;
-    int32_t rc = os::regOpenKey(m_hRoot, m_subKey.data(), os::RegKeyQueryValue, &h);
-    if (rc != os::RegOk) {
-        if (rc != os::RegFileNotFound)
-            REG_REPORT("RegOpenKeyEx", m_subKey, rc);
+    os::RegKey h;
+    if (!openReported(h, m_hRoot, m_subKey, os::RegKeyQueryValue))
         return ValueIterator();
-    }
-    os::regMakeNonInheritable(h);
-    return ValueIterator(h);
+    return ValueIterator(h.release());
 }
 
 bool Registry::CopyKey(RegKeyHandle srcRoot, const SWCharString& srcPath, RegKeyHandle dstRoot,
@@ -876,32 +812,20 @@ bool Registry::CopyValue(RegKeyHandle srcRoot, const SWCharString& srcPath,
                          const SWCharString& srcName, RegKeyHandle dstRoot,
                          const SWCharString& dstPath, const SWCharString& dstName)
 {
-    RegKeyHandle src = 0;
-    int32_t rc = os::regOpenKey(srcRoot, srcPath.data(), os::RegKeyRead, &src);
-    if (rc != os::RegOk) {
-        if (rc != os::RegFileNotFound)
-            REG_REPORT("RegOpenKeyEx", srcPath, rc);
-        return false;
-    }
     uint32_t type = 0;
     std::vector<unsigned char> data;
     {
-        KeyCloser closer(src);
-        os::regMakeNonInheritable(src);
-        rc = readRaw(src, srcName.data(), type, data);
+        os::RegKey src;
+        if (!openReported(src, srcRoot, srcPath, os::RegKeyRead))
+            return false;
+        if (regvalue::readRaw(src.get(), srcName.data(), type, data) != os::RegOk)
+            return false;
     }
-    if (rc != os::RegOk)
+    os::RegKey dst;
+    if (!createReported(dst, dstRoot, dstPath))
         return false;
-    RegKeyHandle dst = 0;
-    rc = os::regCreateKey(dstRoot, dstPath.data(), os::RegKeyWrite, &dst);
-    if (rc != os::RegOk) {
-        REG_REPORT("RegCreateKeyEx", dstPath, rc);
-        return false;
-    }
-    os::regMakeNonInheritable(dst);
-    KeyCloser closer(dst);
     static const unsigned char none = 0;
-    rc = os::regSetValue(dst, dstName.data(), type, data.empty() ? &none : data.data(),
+    int32_t rc = os::regSetValue(dst.get(), dstName.data(), type, data.empty() ? &none : data.data(),
                          static_cast<uint32_t>(data.size()));
     if (rc != os::RegOk) {
         REG_REPORT("RegSetValueEx", dstPath, rc);
@@ -957,12 +881,19 @@ CompanyRegistry::CompanyRegistry(const SWCharString& key, bool bCreate)
 
 // ---- SRegistryStore -------------------------------------------------------------------------
 
-SWCharString SRegistryStore::GetPath() { return os::regStorePath(); }
+SWCharString SRegistryStore::GetPath() { return os::regStorePath(RegLocalMachine); }
 
 SRegistryStore::Status SRegistryStore::Check(SWCharString* detail)
 {
+    return CheckRoot(RegLocalMachine, detail);
+}
+
+SWCharString SRegistryStore::GetRootPath(RegKeyHandle root) { return os::regStorePath(root); }
+
+SRegistryStore::Status SRegistryStore::CheckRoot(RegKeyHandle root, SWCharString* detail)
+{
     SWCharString d;
-    Status s = os::regStoreCheck(&d);
+    Status s = os::regStoreCheck(root, &d);
     if (detail)
         *detail = d;
     return s;

@@ -205,6 +205,89 @@ TEST(RegFile, SyntaxErrorsNameTheLine)
     }
 }
 
+std::vector<unsigned char> bytesOf(const SSimpleBuffer& b)
+{
+    return std::vector<unsigned char>(b.data(), b.data() + b.size());
+}
+
+TEST(RegText, TypeNamesAndTheirCodes)
+{
+    EXPECT_STREQ("REG_NONE", SRegText::TypeName(0));
+    EXPECT_STREQ("REG_MULTI_SZ", SRegText::TypeName(7));
+    EXPECT_STREQ("REG_QWORD", SRegText::TypeName(11));
+    EXPECT_EQ(nullptr, SRegText::TypeName(12));
+    EXPECT_EQ("REG_RESOURCE_LIST", U(SRegText::TypeText(8)));
+    EXPECT_EQ("0x1F", U(SRegText::TypeText(31)));
+    uint32_t type = 99;
+    const std::pair<const char*, uint32_t> writable[] = {
+        {"REG_NONE", 0}, {"reg_sz", 1}, {"Reg_Expand_Sz", 2}, {"REG_BINARY", 3},
+        {"REG_DWORD", 4}, {"REG_MULTI_SZ", 7}, {"REG_QWORD", 11}};
+    for (const auto& w : writable) {
+        ASSERT_TRUE(SRegText::ParseType(W(w.first), type)) << w.first;
+        EXPECT_EQ(w.second, type) << w.first;
+    }
+    for (const char* bad : {"REG_LINK", "REG_DWORD_BIG_ENDIAN", "REG_SZX", "REG_S", "", "SZ"})
+        EXPECT_FALSE(SRegText::ParseType(W(bad), type)) << bad;
+}
+
+TEST(RegText, DataParsesAndShowsByType)
+{
+    SSimpleBuffer b;
+    // Text, with its terminator; shown up to the first zero unit.
+    ASSERT_TRUE(SRegText::ParseData(RegTypeString, W("C:\\ä"), b));
+    EXPECT_EQ(textBytes("C:\\ä"), bytesOf(b));
+    EXPECT_EQ("C:\\ä", U(SRegText::FormatData(RegTypeString, b.data(), static_cast<uint32_t>(b.size()))));
+    std::vector<unsigned char> two = textBytes("ab");
+    two[2] = 0;
+    EXPECT_EQ("a", U(SRegText::FormatData(RegTypeExpandString, two.data(), 6)));
+    // Numbers: decimal or 0x hex, within range; shown as 0x hex.
+    ASSERT_TRUE(SRegText::ParseData(RegTypeDword, W("4294967295"), b));
+    EXPECT_EQ((std::vector<unsigned char>{0xFF, 0xFF, 0xFF, 0xFF}), bytesOf(b));
+    EXPECT_EQ("0xffffffff", U(SRegText::FormatData(RegTypeDword, b.data(), 4)));
+    ASSERT_TRUE(SRegText::ParseData(RegTypeDword, W("0x1A"), b));
+    EXPECT_EQ((std::vector<unsigned char>{0x1A, 0, 0, 0}), bytesOf(b));
+    ASSERT_TRUE(SRegText::ParseData(RegTypeQword, W("0X0102030405060708"), b));
+    EXPECT_EQ((std::vector<unsigned char>{8, 7, 6, 5, 4, 3, 2, 1}), bytesOf(b));
+    EXPECT_EQ("0x102030405060708", U(SRegText::FormatData(RegTypeQword, b.data(), 8)));
+    ASSERT_TRUE(SRegText::ParseData(RegTypeQword, W("18446744073709551615"), b));
+    EXPECT_EQ(std::vector<unsigned char>(8, 0xFF), bytesOf(b));
+    for (const char* bad : {"4294967296", "0x100000000", "-1", "+1", " 1", "1 ", "0x", "", "12a", "0x0x1"})
+        EXPECT_FALSE(SRegText::ParseData(RegTypeDword, W(bad), b)) << bad;
+    EXPECT_TRUE(b.isEmpty());
+    EXPECT_FALSE(SRegText::ParseData(RegTypeQword, W("18446744073709551616"), b));
+    // A number of the wrong size shows as bytes.
+    const unsigned char three[] = {1, 2, 0xAB};
+    EXPECT_EQ("0102AB", U(SRegText::FormatData(RegTypeDword, three, 3)));
+    // Strings joined by \0, each terminated, then the closing empty string.
+    ASSERT_TRUE(SRegText::ParseData(RegTypeMultiString, W("one\\0two\\0"), b));
+    std::vector<unsigned char> multi = textBytes("one");
+    for (unsigned char c : textBytes("two"))
+        multi.push_back(c);
+    for (unsigned char c : textBytes(""))
+        multi.push_back(c);
+    multi.push_back(0);
+    multi.push_back(0);
+    EXPECT_EQ(multi, bytesOf(b));
+    EXPECT_EQ("one\\0two", U(SRegText::FormatData(RegTypeMultiString, b.data(), static_cast<uint32_t>(b.size()))));
+    ASSERT_TRUE(SRegText::ParseData(RegTypeMultiString, SWCharString(), b));
+    EXPECT_EQ((std::vector<unsigned char>{0, 0}), bytesOf(b));
+    EXPECT_EQ("", U(SRegText::FormatData(RegTypeMultiString, b.data(), 2)));
+    std::vector<unsigned char> unterminated = textBytes("x");
+    for (unsigned char c : textBytes("tail", false))
+        unterminated.push_back(c);
+    EXPECT_EQ("x", U(SRegText::FormatData(RegTypeMultiString, unterminated.data(), static_cast<uint32_t>(unterminated.size()))));
+    // Anything else as hex bytes; commas and blanks between pairs are allowed.
+    ASSERT_TRUE(SRegText::ParseData(RegTypeBinary, W("01,ff 0A"), b));
+    EXPECT_EQ((std::vector<unsigned char>{1, 0xFF, 0x0A}), bytesOf(b));
+    EXPECT_EQ("01FF0A", U(SRegText::FormatData(RegTypeBinary, b.data(), 3)));
+    ASSERT_TRUE(SRegText::ParseData(RegTypeNone, SWCharString(), b));
+    EXPECT_TRUE(b.isEmpty());
+    EXPECT_EQ("", U(SRegText::FormatData(RegTypeNone, b.data(), 0)));
+    EXPECT_FALSE(SRegText::ParseData(RegTypeBinary, W("0"), b));
+    EXPECT_FALSE(SRegText::ParseData(RegTypeBinary, W("0g"), b));
+    EXPECT_FALSE(SRegText::ParseData(21, W("01;02"), b));
+}
+
 TEST(RegFile, FormatsAsRegeditWrites)
 {
     SWCharString line;

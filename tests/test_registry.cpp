@@ -5,6 +5,7 @@
 // Every test works in a scratch key below HKEY_CURRENT_USER\Software\VardoTest (no
 // administrator rights needed on Windows); on Linux NEBU_REGISTRYHOME points at a fresh
 // temporary folder for each test.
+#include <vardo/regfile.h>
 #include <vardo/registry.h>
 #include <vardo/senv.h>
 #include <vardo/strace.h>
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -129,6 +131,12 @@ protected:
     SWCharString path(const std::string& sub) { return m_base + W("\\" + sub); }
     bool onLinuxStore() { return !SRegistryStore::GetPath().isEmpty(); }
     std::string storeFile() { return U(SRegistryStore::GetPath()); }
+    // The tests' keys are below HKEY_CURRENT_USER: on Linux the user's own store.
+    std::string userStoreFile() { return U(SRegistryStore::GetRootPath(RegCurrentUser)); }
+    SRegistryStore::Status checkUserStore(SWCharString* detail = 0)
+    {
+        return SRegistryStore::CheckRoot(RegCurrentUser, detail);
+    }
 
     fs::path m_dir;
     SWCharString m_base;
@@ -481,20 +489,124 @@ TEST_F(RegistryTest, RemoteMachines)
 
 // ---- the Linux store ---------------------------------------------------------------------
 
-TEST_F(RegistryTest, StoreLivesInNebuRegistryHome)
+TEST_F(RegistryTest, StoresLiveInNebuRegistryHomeOnePerUser)
 {
     if (!onLinuxStore())
         GTEST_SKIP() << "the Windows registry has no store file";
     EXPECT_EQ((m_dir / "registry.db").string(), storeFile());
+    // HKEY_CURRENT_USER has a store of its own: users/<uid>/registry.db.
+    const std::string user = userStoreFile();
+    const std::string users = (m_dir / "users").string() + "/";
+    ASSERT_EQ(users, user.substr(0, users.size()));
+    const std::string uid = user.substr(users.size(), user.size() - users.size() - 12);
+    EXPECT_EQ("/registry.db", user.substr(users.size() + uid.size()));
+    EXPECT_FALSE(uid.empty());
+    EXPECT_EQ(std::string::npos, uid.find_first_not_of("0123456789")) << uid;
     EXPECT_EQ(SRegistryStore::StoreMissing, SRegistryStore::Check());
-    ASSERT_TRUE(key().WriteValue(W("v"), W("x")));
+    EXPECT_EQ(SRegistryStore::StoreMissing, checkUserStore());
+
+    ASSERT_TRUE(key().WriteValue(W("v"), W("user")));
+    EXPECT_TRUE(fs::exists(user));
+    EXPECT_FALSE(fs::exists(m_dir / "registry.db"));
+    const fs::perms mask = fs::perms::mask;
+    EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(user).permissions() & mask);
+    EXPECT_EQ(fs::perms::owner_all, fs::status(fs::path(user).parent_path()).permissions() & mask);
+    EXPECT_EQ(fs::perms::all | fs::perms::sticky_bit, fs::status(m_dir / "users").permissions() & mask);
+
+    // The same path below HKEY_LOCAL_MACHINE is another tree, in the machine store.
+    Registry machine(m_base, SWCharString(), RegLocalMachine);
+    ASSERT_TRUE(machine.WriteValue(W("v"), W("machine")));
     EXPECT_TRUE(fs::exists(m_dir / "registry.db"));
+    EXPECT_EQ(W("user"), key().ReadValue(W("v")));
+    EXPECT_EQ(W("machine"), machine.ReadValue(W("v")));
     SWCharString detail;
     EXPECT_EQ(SRegistryStore::StoreOk, SRegistryStore::Check(&detail)) << U(detail);
+    EXPECT_EQ(SRegistryStore::StoreOk, checkUserStore(&detail)) << U(detail);
+    EXPECT_TRUE(machine.DeleteKeyRecursive());
+
     // Names with characters beyond Latin-1 compare case-insensitively too.
     ASSERT_TRUE(key("Ключ").WriteValue(W("Ωμέγα"), W("greek")));
     EXPECT_EQ(W("greek"), key("КЛЮЧ").ReadValue(W("ΩΜΈΓΑ")));
     EXPECT_EQ(W("Ключ"), key().EnumSubKeys().GetKey());
+
+    // Without a registry home the user's store is in their home folder.
+    SWCharString home = SEnv::get(W("HOME"));
+    SEnv::unset(W("NEBU_REGISTRYHOME"));
+    SEnv::set(W("HOME"), W((m_dir / "home").string()));
+    EXPECT_EQ((m_dir / "home" / ".vardow" / "user" / "registry.db").string(), userStoreFile());
+    SEnv::set(W("HOME"), home);
+    SEnv::set(W("NEBU_REGISTRYHOME"), W(m_dir.string()));
+    g_asserts.clear();
+
+    // A user folder that belongs to somebody else is never used.
+    if (vardo_test::runningAsRoot()) {
+        fs::path planted = m_dir / "planted";
+        SEnv::set(W("NEBU_REGISTRYHOME"), W(planted.string()));
+        fs::create_directories(fs::path(userStoreFile()).parent_path());
+        ASSERT_EQ(0, std::system(("chown 65534 '" + fs::path(userStoreFile()).parent_path().string() + "'").c_str()));
+        EXPECT_FALSE(key().WriteValue(W("v"), W("x")));
+        EXPECT_TRUE(sawAssert("Error code: 5"));
+        EXPECT_TRUE(key().ReadValue(W("v")).isEmpty());
+        EXPECT_FALSE(fs::exists(userStoreFile()));
+        SEnv::set(W("NEBU_REGISTRYHOME"), W(m_dir.string()));
+    }
+}
+
+// Child, run as user 65534 by StoreOfOneUserIsTheirsAlone: reads the machine store, may
+// not write it, and has an HKEY_CURRENT_USER of its own.
+TEST(RegistryUserChild, Run)
+{
+    if (!vardo_test::isChild())
+        GTEST_SKIP() << "runs as a child process only";
+    SetAssertObserver(recordAssert);
+    SWCharString base = W(vardo_test::childArg("VARDO_REG_BASE"));
+    std::string home = vardo_test::childArg("NEBU_REGISTRYHOME");
+    EXPECT_EQ(home + "/users/65534/registry.db", U(SRegistryStore::GetRootPath(RegCurrentUser)));
+    Registry machine(base, SWCharString(), RegLocalMachine);
+    EXPECT_EQ(W("machine"), machine.ReadValue(W("m")));
+    EXPECT_FALSE(machine.WriteValue(W("m"), W("changed")));
+    EXPECT_TRUE(sawAssert("RegCreateKeyEx(" + U(base) + ") failed. Error code: 5"));
+    Registry user(base, SWCharString(), RegCurrentUser);
+    EXPECT_TRUE(user.ReadValue(W("u")).isEmpty());   // root's value is in root's store
+    EXPECT_TRUE(user.WriteValue(W("u"), W("nobody")));
+    EXPECT_EQ(W("nobody"), user.ReadValue(W("u")));
+    EXPECT_EQ(W("nobody"), Registry(base, SWCharString(), RegCurrentUser).ReadValue(W("u")));
+    EXPECT_EQ(SRegistryStore::StoreOk, SRegistryStore::CheckRoot(RegCurrentUser));
+    SetAssertObserver(0);
+}
+
+TEST_F(RegistryTest, StoreOfOneUserIsTheirsAlone)
+{
+    if (!onLinuxStore())
+        GTEST_SKIP() << "Linux stores only";
+    if (!vardo_test::runningAsRoot())
+        GTEST_SKIP() << "needs root to run a child as another user";
+    if (std::system("setpriv --version > /dev/null 2>&1") != 0)
+        GTEST_SKIP() << "no setpriv to run a child as another user";
+    Registry machine(m_base, SWCharString(), RegLocalMachine);
+    ASSERT_TRUE(machine.WriteValue(W("m"), W("machine")));
+    ASSERT_TRUE(key().WriteValue(W("u"), W("root")));
+    fs::permissions(m_dir, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                               fs::perms::others_read | fs::perms::others_exec);
+    const std::string cmd = "VARDO_CHILD_ROLE=RegistryUserChild.Run NEBU_REGISTRYHOME='" +
+                            m_dir.string() + "' VARDO_REG_BASE='" + U(m_base) +
+                            "' setpriv --reuid=65534 --regid=65534 --clear-groups '" +
+                            vardo_test::selfPath() + "' --gtest_filter=RegistryUserChild.Run";
+    EXPECT_EQ(0, std::system(cmd.c_str()));
+    // The child's store: its own folder and file, closed to everybody else.
+    fs::path theirs = m_dir / "users" / "65534";
+    ASSERT_TRUE(fs::exists(theirs / "registry.db"));
+    const fs::perms mask = fs::perms::mask;
+    EXPECT_EQ(fs::perms::owner_all, fs::status(theirs).permissions() & mask);
+    EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write,
+              fs::status(theirs / "registry.db").permissions() & mask);
+    EXPECT_EQ(0, std::system(("test \"$(stat -c %u '" + theirs.string() + "' '" +
+                              (theirs / "registry.db").string() + "' | sort -u)\" = 65534")
+                                 .c_str()));
+    // Root's own values stay as they were; the machine value was not changed.
+    EXPECT_EQ(W("root"), key().ReadValue(W("u")));
+    EXPECT_EQ(W("machine"), machine.ReadValue(W("m")));
+    EXPECT_TRUE(machine.DeleteKeyRecursive());
 }
 
 TEST_F(RegistryTest, ReadOnlyStoreRefusesWritesWithReport)
@@ -512,8 +624,8 @@ TEST_F(RegistryTest, ReadOnlyStoreRefusesWritesWithReport)
                                             {"VARDO_REG_WRITES", "3"}});
         ASSERT_EQ(0, vardo_test::wait(child));
     }
-    ASSERT_TRUE(vardo_test::setFileMode((third / "registry.db").string(), 0444));
     SEnv::set(W("NEBU_REGISTRYHOME"), W(third.string()));
+    ASSERT_TRUE(vardo_test::setFileMode(userStoreFile(), 0444));
     g_asserts.clear();
     Registry r = key("w0");
     EXPECT_EQ(W(checkedText("w0-0", 100)), r.ReadValue(W("v0")));
@@ -541,7 +653,8 @@ TEST_F(RegistryTest, DamagedStoreReadsEmptyAndReportsWrites)
                                             {"VARDO_REG_WRITES", "200"}});
         ASSERT_EQ(0, vardo_test::wait(child));
     }
-    std::ifstream in(sound / "registry.db", std::ios::binary);
+    SEnv::set(W("NEBU_REGISTRYHOME"), W(sound.string()));
+    std::ifstream in(userStoreFile(), std::ios::binary);
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     ASSERT_GT(bytes.size(), 8192u);
 
@@ -560,14 +673,15 @@ TEST_F(RegistryTest, DamagedStoreReadsEmptyAndReportsWrites)
     for (const Damage& d : damages) {
         SCOPED_TRACE(d.name);
         fs::path dir = m_dir / d.name;
-        fs::create_directories(dir);
+        SEnv::set(W("NEBU_REGISTRYHOME"), W(dir.string()));
+        fs::path file = userStoreFile();
+        fs::create_directories(file.parent_path());
         {
-            std::ofstream outFile(dir / "registry.db", std::ios::binary);
+            std::ofstream outFile(file, std::ios::binary);
             outFile.write(d.content.data(), static_cast<std::streamsize>(d.content.size()));
         }
-        SEnv::set(W("NEBU_REGISTRYHOME"), W(dir.string()));
         SWCharString detail;
-        EXPECT_EQ(SRegistryStore::StoreDamaged, SRegistryStore::Check(&detail));
+        EXPECT_EQ(SRegistryStore::StoreDamaged, checkUserStore(&detail));
         EXPECT_FALSE(detail.isEmpty());
         g_asserts.clear();
         Registry r = key("w0");
@@ -580,7 +694,7 @@ TEST_F(RegistryTest, DamagedStoreReadsEmptyAndReportsWrites)
         EXPECT_FALSE(key("w1").WriteValue(W("n"), 1ul));
         EXPECT_TRUE(key("w0").ReadValue(W("v0"), W("default")).isEmpty());
         // The file is left as it was for the operator to inspect.
-        EXPECT_EQ(d.content.size(), fs::file_size(dir / "registry.db"));
+        EXPECT_EQ(d.content.size(), fs::file_size(file));
     }
     SEnv::set(W("NEBU_REGISTRYHOME"), W(m_dir.string()));
 }
@@ -662,7 +776,7 @@ TEST_F(RegistryTest, ManyProcessesWriteAndReadTheSameKeys)
     }
     if (onLinuxStore()) {
         SWCharString detail;
-        EXPECT_EQ(SRegistryStore::StoreOk, SRegistryStore::Check(&detail)) << U(detail);
+        EXPECT_EQ(SRegistryStore::StoreOk, checkUserStore(&detail)) << U(detail);
     }
 }
 
@@ -723,7 +837,7 @@ TEST_F(RegistryTest, WriterKilledMidWriteLeavesConsistentStore)
         ASSERT_FALSE(key("killed").ReadValue(W(watch)).isEmpty()) << "the writer made no progress";
 
         SWCharString detail;
-        ASSERT_EQ(SRegistryStore::StoreOk, SRegistryStore::Check(&detail)) << U(detail);
+        ASSERT_EQ(SRegistryStore::StoreOk, checkUserStore(&detail)) << U(detail);
         // Every committed value is whole, and the values form an unbroken run.
         Registry r = key("killed");
         int count = 0;
@@ -742,6 +856,209 @@ TEST_F(RegistryTest, WriterKilledMidWriteLeavesConsistentStore)
         EXPECT_TRUE(r.WriteValue(W("after"), W("ok")));
         EXPECT_TRUE(key("killed").DeleteKeyRecursive());
     }
+}
+
+// ---- keys that change under a handle ------------------------------------------------------
+
+// Regedit file bytes: UTF-16LE with its byte-order mark.
+std::vector<unsigned char> regBytes(const std::string& utf8)
+{
+    SWCharString text = W(utf8);
+    std::vector<unsigned char> bytes{0xFF, 0xFE};
+    for (const unsigned short* p = text.data(); *p; ++p) {
+        bytes.push_back(static_cast<unsigned char>(*p & 0xFF));
+        bytes.push_back(static_cast<unsigned char>(*p >> 8));
+    }
+    return bytes;
+}
+
+bool importText(const std::string& utf8, SWCharString* error = 0)
+{
+    std::vector<unsigned char> bytes = regBytes(utf8);
+    return SRegFile::Import(bytes.data(), bytes.size(), error);
+}
+
+std::string regHeader() { return "Windows Registry Editor Version 5.00\r\n\r\n"; }
+
+std::string numbered(const char* prefix, int i)
+{
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%s%04d", prefix, i);
+    return buf;
+}
+
+// Child: imports one regedit file that writes VARDO_REG_VALUES values into
+// <base>\<VARDO_REG_KEY>, all through one key handle. Exit code 0: the import succeeded;
+// 10: it failed because the key was deleted under it (error 1018); 20: another failure.
+TEST(RegistryChild, ImportMany)
+{
+    if (!vardo_test::isChild())
+        GTEST_SKIP() << "runs as a child process only";
+    std::string base = vardo_test::childArg("VARDO_REG_BASE");
+    std::string name = vardo_test::childArg("VARDO_REG_KEY");
+    int n = std::stoi(vardo_test::childArg("VARDO_REG_VALUES"));
+    std::string text = regHeader() + "[HKEY_CURRENT_USER\\" + base + "\\" + name + "]\r\n";
+    for (int j = 0; j < n; ++j)
+        text += "\"" + numbered("v", j) + "\"=\"" + checkedText(numbered("v", j), 300) + "\"\r\n";
+    SWCharString error;
+    bool ok = importText(text, &error);
+    if (!ok)
+        std::printf("import: %s\n", U(error).c_str());
+    std::fflush(stdout);
+    std::exit(ok ? 0 : U(error).find("(error 1018)") != std::string::npos ? 10 : 20);
+}
+
+// Child: deletes <base>\<VARDO_REG_KEY> unless its last value VARDO_REG_LAST is there
+// already, and writes "deleted", "late" or "failed" to the file VARDO_REG_MARK.
+TEST(RegistryChild, DeleteUnlessDone)
+{
+    if (!vardo_test::isChild())
+        GTEST_SKIP() << "runs as a child process only";
+    SWCharString base = W(vardo_test::childArg("VARDO_REG_BASE"));
+    Registry doomed(base + W("\\") + W(vardo_test::childArg("VARDO_REG_KEY")), SWCharString(),
+                    RegCurrentUser);
+    std::string outcome = !doomed.ReadValue(W(vardo_test::childArg("VARDO_REG_LAST"))).isEmpty()
+                              ? "late"
+                              : doomed.DeleteKey() ? "deleted" : "failed";
+    std::string mark = vardo_test::childArg("VARDO_REG_MARK");
+    {
+        std::ofstream out(mark + ".tmp");
+        out << outcome;
+    }
+    fs::rename(mark + ".tmp", mark);
+}
+
+TEST_F(RegistryTest, WriteIntoAKeyDeletedByAnotherProcessFails)
+{
+    if (!onLinuxStore())
+        GTEST_SKIP() << "stops and continues processes with Linux signals";
+    const int values = 20000;
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        SCOPED_TRACE(attempt);
+        const std::string name = "doomed" + std::to_string(attempt);
+        auto writer = vardo_test::spawnSelf("RegistryChild.ImportMany",
+                                            {{"VARDO_REG_BASE", U(m_base)},
+                                             {"VARDO_REG_KEY", name},
+                                             {"VARDO_REG_VALUES", std::to_string(values)}});
+        const std::string pid = std::to_string(writer.id());
+        auto until = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+        while (key(name).ReadValue(W(numbered("v", 100))).isEmpty() &&
+               std::chrono::steady_clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_FALSE(key(name).ReadValue(W(numbered("v", 100))).isEmpty()) << "the writer made no progress";
+        // Freeze the writer between two writes through its handle and delete the key. A
+        // writer frozen while it holds the store's lock would keep the deleter waiting:
+        // then it runs on a little and is frozen again.
+        std::string outcome;
+        const fs::path mark = m_dir / ("mark-" + name);
+        for (int round = 0; outcome.empty() && round < 50; ++round) {
+            ASSERT_EQ(0, std::system(("kill -STOP " + pid).c_str()));
+            auto deleter = vardo_test::spawnSelf("RegistryChild.DeleteUnlessDone",
+                                                 {{"VARDO_REG_BASE", U(m_base)},
+                                                  {"VARDO_REG_KEY", name},
+                                                  {"VARDO_REG_LAST", numbered("v", values - 1)},
+                                                  {"VARDO_REG_MARK", mark.string()}});
+            auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+            while (!fs::exists(mark) && std::chrono::steady_clock::now() < giveUp)
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            if (fs::exists(mark)) {
+                EXPECT_EQ(0, vardo_test::wait(deleter));
+                std::ifstream in(mark);
+                std::getline(in, outcome);
+            } else {
+                vardo_test::kill(deleter);
+            }
+            ASSERT_EQ(0, std::system(("kill -CONT " + pid).c_str()));
+            if (outcome.empty())
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        int code = vardo_test::wait(writer);
+        if (outcome == "late")
+            continue;   // the writer was done before the deletion: try again
+        ASSERT_EQ("deleted", outcome);
+        // Every write after the deletion went to a key that no longer exists: the import
+        // must fail with ERROR_KEY_DELETED instead of reporting values that are lost.
+        EXPECT_EQ(10, code) << "the import succeeded although its key was deleted under it";
+        EXPECT_FALSE(key(name).KeyExists());
+        return;
+    }
+    FAIL() << "the writer always finished before its key could be deleted";
+}
+
+// Child: changes <base>\list while the parent is in the middle of enumerating it.
+TEST(RegistryChild, ChangeListing)
+{
+    if (!vardo_test::isChild())
+        GTEST_SKIP() << "runs as a child process only";
+    SWCharString list = W(vardo_test::childArg("VARDO_REG_BASE")) + W("\\list");
+    auto sub = [&](const std::string& k) { return Registry(list + W("\\" + k), SWCharString(), RegCurrentUser); };
+    ASSERT_TRUE(sub("k2500").DeleteKey());
+    ASSERT_TRUE(sub("k9999x").WriteValue(W("n"), 1ul));   // sorts after all others
+    ASSERT_TRUE(sub("a000").WriteValue(W("n"), 1ul));     // sorts before all others
+    Registry values(list, SWCharString(), RegCurrentUser);
+    ASSERT_TRUE(values.DeleteValue(W("v2500")));
+    ASSERT_TRUE(values.WriteValue(W("v2600"), W("changed")));
+    ASSERT_TRUE(values.WriteValue(W("new"), W("last")));
+}
+
+TEST_F(RegistryTest, ListingsAreWholeOrderedAndFollowACursorWhileKeysChange)
+{
+    const int n = vardo_test::onWindows() ? 300 : 3000;
+    std::string text = regHeader();
+    for (int i = n - 1; i >= 0; --i)
+        text += "[HKEY_CURRENT_USER\\" + U(m_base) + "\\list\\" + numbered("K", i) + "]\r\n";
+    text += "[HKEY_CURRENT_USER\\" + U(m_base) + "\\list]\r\n";
+    for (int i = 0; i < n; ++i)
+        text += "\"" + numbered("v", i) + "\"=\"" + numbered("=", i) + "\"\r\n";
+    ASSERT_TRUE(importText(text));
+
+    Registry list = key("list");
+    std::vector<std::string> keys, values;
+    for (Registry::KeyIterator it = list.EnumSubKeys(); it; ++it)
+        keys.push_back(U(it.GetKey()));
+    for (Registry::ValueIterator it = list.EnumValues(); it; ++it)
+        values.push_back(U(it.GetName()) + U(it.GetValue()));
+    std::vector<std::string> expectKeys, expectValues;
+    for (int i = 0; i < n; ++i) {
+        expectKeys.push_back(numbered("K", i));
+        expectValues.push_back(numbered("v", i) + numbered("=", i));
+    }
+    EXPECT_EQ(expectKeys, keys);   // by name, whatever the creation order
+    if (vardo_test::onWindows())
+        std::sort(values.begin(), values.end());
+    EXPECT_EQ(expectValues, values);   // the store keeps creation order
+    if (!onLinuxStore())
+        return;
+
+    // Another process changes the key while both listings stand at index 20.
+    Registry::KeyIterator kit = list.EnumSubKeys();
+    Registry::ValueIterator vit = list.EnumValues();
+    keys.clear();
+    values.clear();
+    for (int i = 0; i < 20; ++i, ++kit, ++vit) {
+        keys.push_back(U(kit.GetKey()));
+        values.push_back(U(vit.GetName()) + U(vit.GetValue()));
+    }
+    {
+        auto child = vardo_test::spawnSelf("RegistryChild.ChangeListing", {{"VARDO_REG_BASE", U(m_base)}});
+        ASSERT_EQ(0, vardo_test::wait(child));
+    }
+    for (; kit; ++kit)
+        keys.push_back(U(kit.GetKey()));
+    for (; vit; ++vit)
+        values.push_back(U(vit.GetName()) + U(vit.GetValue()));
+    // Entries that lived throughout come once and in order; what was deleted beyond the
+    // batch in hand does not come; what was created after the cursor does, in its place.
+    expectKeys.erase(expectKeys.begin() + 2500);
+    expectKeys.push_back("k9999x");
+    EXPECT_EQ(expectKeys, keys);
+    expectValues[2600] = "v2600changed";
+    expectValues.erase(expectValues.begin() + 2500);
+    expectValues.push_back("newlast");
+    EXPECT_EQ(expectValues, values);
+    // Index 0 starts afresh.
+    Registry::KeyIterator again = list.EnumSubKeys();
+    EXPECT_EQ(W("a000"), again.GetKey());
 }
 
 } // namespace

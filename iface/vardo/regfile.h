@@ -29,6 +29,7 @@
 #include "vardodefs.h"
 #include "sstring.h"
 #include "registry.h"
+#include "simplebuffer.h"
 
 namespace Vardo400 {
 
@@ -83,6 +84,39 @@ public:
     // Nothing is changed when the file does not parse. False on the first failure (error
     // says which line or key).
     static bool Import(const unsigned char* bytes, size_t size, SWCharString* error = 0);
+};
+
+// The text form of value types and data, as operators type and read them ("vardo reg"):
+//   types: REG_NONE, REG_SZ, REG_EXPAND_SZ, REG_BINARY, REG_DWORD, REG_DWORD_BIG_ENDIAN,
+//     REG_LINK, REG_MULTI_SZ, REG_RESOURCE_LIST, REG_FULL_RESOURCE_DESCRIPTOR,
+//     REG_RESOURCE_REQUIREMENTS_LIST, REG_QWORD (codes 0 to 11);
+//   data: REG_SZ and REG_EXPAND_SZ as their text; REG_DWORD and REG_QWORD as a number
+//     (read as decimal digits or "0x" and hex digits, shown as "0x" and lower-case hex);
+//     REG_MULTI_SZ as its strings joined by the two characters \0; any other type as hex
+//     bytes (read as pairs of hex digits with commas and blanks allowed between them,
+//     shown as upper-case pairs without separators).
+// Thread-safe (no shared state); nothing throws except std::bad_alloc.
+class VARDO_API SRegText {
+public:
+    // The name of a type code from 0 to 11; null for other codes.
+    static const char* TypeName(uint32_t type);
+    // TypeName, or "0x" and the code in upper-case hex for a code without a name.
+    static SWCharString TypeText(uint32_t type);
+    // The types that can be written from text: REG_NONE, REG_SZ, REG_EXPAND_SZ,
+    // REG_BINARY, REG_DWORD, REG_MULTI_SZ, REG_QWORD, in any letter case. False for any
+    // other name.
+    static bool ParseType(const SWCharString& name, uint32_t& type);
+    // A value's bytes from its text form: REG_SZ and REG_EXPAND_SZ with their terminator;
+    // REG_DWORD 4 and REG_QWORD 8 bytes, little-endian; REG_MULTI_SZ each string with its
+    // terminator, then one more (an empty text gives the lone closing terminator). False,
+    // with data empty, when the text does not fit: a number with a sign, a blank, another
+    // character or beyond the type's range; hex with an odd digit count or another
+    // character.
+    static bool ParseData(uint32_t type, const SWCharString& text, SSimpleBuffer& data);
+    // The text form of a value's bytes. REG_SZ and REG_EXPAND_SZ stop at the first zero
+    // unit; REG_MULTI_SZ ends at its first empty string; a REG_DWORD that is not 4 bytes or
+    // a REG_QWORD that is not 8 bytes shows as hex bytes.
+    static SWCharString FormatData(uint32_t type, const unsigned char* data, uint32_t size);
 };
 
 } // namespace Vardo400

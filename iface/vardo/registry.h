@@ -2,20 +2,35 @@
 // text-valued reads, writes, enumeration, copying and deletion. CompanyRegistry fixes the
 // root and the path below the suite's company key for the key families.
 //
-// On Windows the registry is the Win32 registry. On Linux it is a machine store kept in
-// SQLite: the file "registry.db" in the folder named by the environment variable
-// "NEBU_REGISTRYHOME"; when the variable is unset or empty the folder is
-// "/var/lib/vardow" if that folder exists and is writable or can be created, else
-// "$HOME/.vardow" (created with mode 0700). The store behaves like the Win32 registry:
+// On Windows the registry is the Win32 registry. On Linux it is kept in SQLite stores:
+//   - the machine store, for HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT, HKEY_USERS and
+//     HKEY_CURRENT_CONFIG: the file "registry.db" in the folder named by the environment
+//     variable "NEBU_REGISTRYHOME"; when the variable is unset or empty the folder is
+//     "/var/lib/vardow" if that folder exists and is writable or can be created, else
+//     "$HOME/.vardow" (created with mode 0700). Its file keeps the permissions it was
+//     given: usually writable by its owner (root) and readable by all;
+//   - one store per user, for HKEY_CURRENT_USER as on Windows: "registry.db" in
+//     "$NEBU_REGISTRYHOME/users/<uid>" (uid: the process's effective user id) when the
+//     variable is set, else in "$HOME/.vardow/user". The folder is made with mode 0700
+//     and the file with mode 0600, both owned by the user; a folder or file owned by
+//     anybody else is never used (reads find nothing, writes fail with access denied).
+//     The shared folder "$NEBU_REGISTRYHOME/users" is made with mode 1777 (like /tmp),
+//     so that every user can add their own folder; where it is missing and cannot be
+//     made, an administrator creates it so.
+// The stores behave like the Win32 registry:
 //   - predefined roots HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE,
-//     HKEY_USERS and HKEY_CURRENT_CONFIG, each a separate tree of the store (the folder
-//     decides whose store it is, so HKEY_CURRENT_USER is per store, not per login);
+//     HKEY_USERS and HKEY_CURRENT_CONFIG, each a separate tree;
 //   - key and value names compare case-insensitively (ASCII, Latin-1, Latin
 //     Extended-A, Greek and Cyrillic letters) and keep the case they were created with;
 //   - value types REG_SZ, REG_EXPAND_SZ, REG_DWORD, REG_QWORD, REG_BINARY, REG_MULTI_SZ
 //     (and any other type code) are kept as the exact bytes written;
 //   - sub-keys enumerate in the order of their upper-cased names, values in the order
-//     they were first created;
+//     they were first created; listing n entries costs O(n). An enumeration reads its
+//     entries in batches and goes on after the last entry it returned: while the key
+//     changes during an enumeration, every entry that exists throughout is returned
+//     exactly once and in order, one created meanwhile is returned when it sorts after
+//     the batch in hand, and one deleted meanwhile may still be returned from that batch
+//     (its value data as it was then; opening a deleted sub-key fails);
 //   - deleting a key that has sub-keys is refused; writing to a store whose file has no
 //     write permission bits, or cannot be written at all, fails with access denied;
 //   - many processes may use one store at once: every change is one SQLite transaction
@@ -27,6 +42,7 @@
 
 #include "vardodefs.h"
 #include "sstring.h"
+#include "simplebuffer.h"
 
 // The same type as Win32's HKEY (windows.h declares "struct HKEY__" the same way), so the
 // predefined HKEY_... values of windows.h may be passed wherever a RegKeyHandle goes.
@@ -185,6 +201,9 @@ public:
     // also when the key or value is missing. For tools that show or copy raw data.
     bool ReadValueRaw(const SWCharString& name, unsigned long& type, unsigned char* data,
                       uint32_t& size);
+    // Reads a value's type and exact bytes whatever their size into data. False (data
+    // empty) when the key or value is missing.
+    bool ReadValueRaw(const SWCharString& name, unsigned long& type, SSimpleBuffer& data);
     // Creates the key when needed and writes a value of any type from its exact bytes.
     bool WriteValueRaw(const SWCharString& name, unsigned long type,
                        const unsigned char* data, uint32_t size);
@@ -267,8 +286,9 @@ public:
     static SWCharString GetHomePath();
 };
 
-// The registry store itself: where it lives and whether it is sound. On Windows the
-// store is the system's registry: GetPath is empty and Check always answers StoreOk.
+// The registry stores themselves: where they live and whether they are sound. On Windows
+// the store is the system's registry: the paths are empty and the checks always answer
+// StoreOk.
 class VARDO_API SRegistryStore {
 public:
     enum Status {
@@ -277,11 +297,16 @@ public:
         StoreUnreadable = 2,  // the file or its folder cannot be opened
         StoreDamaged = 3      // not a database, or the integrity check found faults
     };
-    // Full path of registry.db as the environment names it now.
+    // Full path of the machine store's registry.db as the environment names it now.
     static SWCharString GetPath();
-    // Runs "PRAGMA integrity_check" on a fresh connection to the store; detail receives
-    // the first fault (or the reason the file could not be opened), empty when sound.
+    // Runs "PRAGMA integrity_check" on a fresh connection to the machine store; detail
+    // receives the first fault (or the reason the file could not be opened), empty when
+    // sound.
     static Status Check(SWCharString* detail = 0);
+    // As GetPath and Check for the store that serves a predefined root: the user's own
+    // store for RegCurrentUser, the machine store for the others.
+    static SWCharString GetRootPath(RegKeyHandle root);
+    static Status CheckRoot(RegKeyHandle root, SWCharString* detail = 0);
 };
 
 } // namespace Vardo400

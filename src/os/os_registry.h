@@ -70,9 +70,20 @@ int32_t regDeleteValue(RegKeyHandle key, const unsigned short* name);
 int32_t regDeleteKey(RegKeyHandle parent, const unsigned short* subKey);
 
 // RegEnumKeyEx: the name of sub-key number index; RegNoMoreItems past the last.
+//
+// Linux: a handle lists its key in batches, so that listing n entries costs O(n). Index
+// 0 starts afresh; index i + 1 after index i continues after the name returned for i (a
+// keyset cursor, not a count), from the batch in hand or, at its end, from a new batch
+// read from the current state of the store; any other index counts from the start of
+// the current state. While the key changes during an enumeration 0, 1, 2, ...: every
+// sub-key that exists throughout is returned exactly once and in order; a sub-key
+// created meanwhile is returned when it sorts after the batch in hand; a sub-key deleted
+// meanwhile may still be returned from the batch in hand (opening it then fails).
 int32_t regEnumKey(RegKeyHandle key, uint32_t index, SWCharString& name);
 // RegEnumValue: name, type and data of value number index (data as regQueryValue; the
-// name is filled also when the data needs more room).
+// name is filled also when the data needs more room). Linux: batched like regEnumKey,
+// the cursor following creation order; a batch carries the values' data as they were
+// when it was read.
 int32_t regEnumValue(RegKeyHandle key, uint32_t index, SWCharString& name, uint32_t* type,
                      unsigned char* data, uint32_t* size);
 
@@ -88,9 +99,61 @@ uint32_t regExpandEnvironmentStrings(const unsigned short* src, unsigned short* 
 // Makes an open key handle non-inheritable (no effect where handles are not inherited).
 void regMakeNonInheritable(RegKeyHandle key);
 
-// The store file's path (empty on Windows) and its integrity check.
-SWCharString regStorePath();
-SRegistryStore::Status regStoreCheck(SWCharString* detail);
+// The file of the store that serves root (empty on Windows) and its integrity check.
+SWCharString regStorePath(RegKeyHandle root);
+SRegistryStore::Status regStoreCheck(RegKeyHandle root, SWCharString* detail);
+
+// Owns one open key handle and closes it when it goes (predefined roots and null are never
+// closed). Move-only: a handle has one owner.
+class RegKey {
+public:
+    RegKey() : m_h(0) {}
+    explicit RegKey(RegKeyHandle h) : m_h(h) {}
+    RegKey(RegKey&& other) noexcept : m_h(other.m_h) { other.m_h = 0; }
+    RegKey& operator=(RegKey&& other) noexcept
+    {
+        if (this != &other)
+            reset(other.release());
+        return *this;
+    }
+    RegKey(const RegKey&) = delete;
+    RegKey& operator=(const RegKey&) = delete;
+    ~RegKey() { reset(); }
+
+    RegKeyHandle get() const { return m_h; }
+    explicit operator bool() const { return m_h != 0; }
+    // Hands the handle to the caller, who closes it.
+    RegKeyHandle release()
+    {
+        RegKeyHandle h = m_h;
+        m_h = 0;
+        return h;
+    }
+    void reset(RegKeyHandle h = 0)
+    {
+        if (m_h && m_h != h)
+            regCloseKey(m_h);
+        m_h = h;
+    }
+    // Closes what it holds, then opens parent\subKey (creating what is missing with
+    // create) and makes the handle non-inheritable. Holds nothing on failure.
+    int32_t open(RegKeyHandle parent, const unsigned short* subKey, uint32_t access,
+                 bool create = false)
+    {
+        reset();
+        RegKeyHandle h = 0;
+        int32_t rc = create ? regCreateKey(parent, subKey, access, &h)
+                            : regOpenKey(parent, subKey, access, &h);
+        if (rc != RegOk)
+            return rc;
+        regMakeNonInheritable(h);
+        m_h = h;
+        return RegOk;
+    }
+
+private:
+    RegKeyHandle m_h;
+};
 
 } // namespace os
 } // namespace Vardo400

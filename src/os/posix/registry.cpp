@@ -6,7 +6,7 @@
 #include "utfcore.h"
 
 #include <cstring>
-#include <map>
+#include <unordered_map>
 #include <memory>
 #include <mutex>
 
@@ -142,16 +142,34 @@ int32_t splitPath(const unsigned short* subKey, std::vector<RegName>& out)
     return RegOk;
 }
 
-// An open key: its store, its row and the access it was opened with.
+// The batch of a listing that a handle holds: entries first .. first + size - 1.
+template <class Batch>
+struct Listing {
+    Batch batch;
+    uint32_t first = 0;
+    uint32_t limit = 0;   // size asked for the batch in hand
+    bool valid = false;
+};
+
+// The first batch is small, so that asking for index 0 again and again stays cheap; each
+// further batch of the same enumeration doubles, up to MaxBatch entries.
+const uint32_t FirstBatch = 16;
+const uint32_t MaxBatch = 1024;
+// A batch of values stops once their data passes this many bytes.
+const size_t MaxBatchBytes = 1u << 20;
+
+// An open key: its store, its row, the access it was opened with, and its listings.
 struct PosixKey {
     std::shared_ptr<RegStore> store;
     int64_t id;
     uint32_t access;
+    Listing<RegKeyBatch> keys;
+    Listing<RegValueBatch> values;
 };
 
 struct HandleTable {
     std::mutex mutex;
-    std::map<uintptr_t, std::unique_ptr<PosixKey>> keys;
+    std::unordered_map<uintptr_t, std::unique_ptr<PosixKey>> keys;
     bool alive = true;
     ~HandleTable() { alive = false; }
 };
@@ -175,33 +193,51 @@ int64_t rootId(RegKeyHandle h)
     }
 }
 
-// The store, row and access behind a handle.
-int32_t resolve(RegKeyHandle h, std::shared_ptr<RegStore>& store, int64_t& id, uint32_t& access)
+// What a call works on: the store and row behind a handle, and the open key itself (null
+// for a predefined root, which has no listings of its own).
+struct Target {
+    std::shared_ptr<RegStore> store;
+    int64_t id = 0;
+    uint32_t access = 0;
+    PosixKey* key = 0;
+};
+
+// Resolves a handle and checks that it was opened with every right in need.
+int32_t resolve(RegKeyHandle h, uint32_t need, Target& t)
 {
     if (regIsPredefined(h)) {
-        id = rootId(h);
-        if (!id)
+        t.id = rootId(h);
+        if (!t.id)
             return RegInvalidHandle;
-        store = regCurrentStore();
-        access = RegKeyAllAccess;
-        return RegOk;
+        t.store = regCurrentStore(t.id);
+        t.access = RegKeyAllAccess;
+    } else {
+        HandleTable& table = handles();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        if (!table.alive || !h)
+            return RegInvalidHandle;
+        auto it = table.keys.find(reinterpret_cast<uintptr_t>(h));
+        if (it == table.keys.end())
+            return RegInvalidHandle;
+        t.key = it->second.get();
+        t.store = t.key->store;
+        t.id = t.key->id;
+        t.access = t.key->access;
     }
-    HandleTable& t = handles();
-    std::lock_guard<std::mutex> lock(t.mutex);
-    if (!t.alive || !h)
-        return RegInvalidHandle;
-    auto it = t.keys.find(reinterpret_cast<uintptr_t>(h));
-    if (it == t.keys.end())
-        return RegInvalidHandle;
-    store = it->second->store;
-    id = it->second->id;
-    access = it->second->access;
-    return RegOk;
+    return (t.access & need) == need ? RegOk : RegAccessDenied;
+}
+
+// Resolves parent and splits the sub-key path below it.
+int32_t resolvePath(RegKeyHandle parent, const unsigned short* subKey, Target& t,
+                    std::vector<RegName>& path)
+{
+    int32_t r = resolve(parent, 0, t);
+    return r == RegOk ? splitPath(subKey, path) : r;
 }
 
 RegKeyHandle addHandle(const std::shared_ptr<RegStore>& store, int64_t id, uint32_t access)
 {
-    std::unique_ptr<PosixKey> k(new PosixKey{store, id, access});
+    std::unique_ptr<PosixKey> k(new PosixKey{store, id, access, {}, {}});
     RegKeyHandle h = reinterpret_cast<RegKeyHandle>(k.get());
     HandleTable& t = handles();
     std::lock_guard<std::mutex> lock(t.mutex);
@@ -220,25 +256,20 @@ int32_t openOrCreate(RegKeyHandle parent, const unsigned short* subKey, uint32_t
     if (!result)
         return RegInvalidParameter;
     *result = 0;
-    std::shared_ptr<RegStore> store;
-    int64_t from = 0;
-    uint32_t parentAccess = 0;
-    int32_t r = resolve(parent, store, from, parentAccess);
-    if (r != RegOk)
-        return r;
+    Target t;
     std::vector<RegName> path;
-    r = splitPath(subKey, path);
+    int32_t r = resolvePath(parent, subKey, t, path);
     if (r != RegOk)
         return r;
-    if (create && !path.empty() && !(parentAccess & RegKeyCreateSubKey))
+    if (create && !path.empty() && !(t.access & RegKeyCreateSubKey))
         return RegAccessDenied;
-    if ((access & WriteRights) && store->readOnly())
+    if ((access & WriteRights) && t.store->readOnly())
         return RegAccessDenied;
     int64_t id = 0;
-    r = create ? store->createPath(from, path, id) : store->findPath(from, path, id);
+    r = create ? t.store->createPath(t.id, path, id) : t.store->findPath(t.id, path, id);
     if (r != RegOk)
         return r;
-    RegKeyHandle h = addHandle(store, id, access);
+    RegKeyHandle h = addHandle(t.store, id, access);
     if (!h)
         return RegInvalidHandle;
     *result = h;
@@ -250,6 +281,39 @@ std::string valueFold(const unsigned short* name, size_t n)
     std::string fold;
     regUtf16ToUtf8(name, n, fold, true);
     return fold;
+}
+
+// Positions a listing on index, by the rule of os_registry.h, and gives the entry's
+// place in its batch. fetch(next, offset, limit, batch) reads a batch into batch: the one
+// after the batch it holds when next is true, else from position offset. A predefined
+// root has no handle of its own to keep batches in: it reads one entry at a time.
+template <class Batch, class Fetch>
+int32_t listed(Listing<Batch>* own, uint32_t index, Fetch fetch, Listing<Batch>& scratch,
+               size_t& at)
+{
+    Listing<Batch>& l = own ? *own : scratch;
+    size_t end = l.first + l.batch.size();
+    bool next = l.valid && index == end && l.batch.size() != 0;
+    if (index == 0 || !l.valid || index < l.first || (index >= end && !next)) {
+        l.valid = false;
+        l.limit = own ? FirstBatch : 1;
+        int32_t r = fetch(false, index, l.limit, l.batch);
+        if (r != RegOk)
+            return r;
+        l.first = index;
+        l.valid = true;
+    } else if (next) {
+        // Past the batch in hand: the next one starts after its last entry.
+        l.valid = false;
+        l.limit = l.limit * 2 < MaxBatch ? l.limit * 2 : MaxBatch;
+        int32_t r = fetch(true, 0, l.limit, l.batch);
+        if (r != RegOk)
+            return r;
+        l.first = index;
+        l.valid = true;
+    }
+    at = index - l.first;
+    return at < l.batch.size() ? RegOk : RegNoMoreItems;
 }
 
 } // namespace
@@ -296,33 +360,25 @@ int32_t regCloseKey(RegKeyHandle key)
 int32_t regQueryValue(RegKeyHandle key, const unsigned short* name, uint32_t* type,
                       unsigned char* data, uint32_t* size)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeyQueryValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeyQueryValue))
-        return RegAccessDenied;
     if (data && !size)
         return RegInvalidParameter;
     size_t n = unitLength(name);
     if (n > RegMaxValueName)
         return RegFileNotFound;
-    return store->getValue(id, valueFold(name, n), type, data, size);
+    return t.store->getValue(t.id, valueFold(name, n), type, data, size);
 }
 
 int32_t regSetValue(RegKeyHandle key, const unsigned short* name, uint32_t type,
                     const unsigned char* data, uint32_t size)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeySetValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeySetValue))
-        return RegAccessDenied;
     if (!data && size)
         return RegInvalidParameter;
     if (size > 0x7FFFFFFFu)
@@ -333,74 +389,79 @@ int32_t regSetValue(RegKeyHandle key, const unsigned short* name, uint32_t type,
     RegName v;
     regUtf16ToUtf8(name ? name : NoText, n, v.name, false);
     regUtf16ToUtf8(name ? name : NoText, n, v.fold, true);
-    return store->setValue(id, v, type, data, size);
+    return t.store->setValue(t.id, v, type, data, size);
 }
 
 int32_t regDeleteValue(RegKeyHandle key, const unsigned short* name)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeySetValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeySetValue))
-        return RegAccessDenied;
     size_t n = unitLength(name);
     if (n > RegMaxValueName)
         return RegFileNotFound;
-    return store->deleteValue(id, valueFold(name, n));
+    return t.store->deleteValue(t.id, valueFold(name, n));
 }
 
 int32_t regDeleteKey(RegKeyHandle parent, const unsigned short* subKey)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t from = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(parent, store, from, access);
-    if (r != RegOk)
-        return r;
+    Target t;
     std::vector<RegName> path;
-    r = splitPath(subKey, path);
-    if (r != RegOk)
-        return r;
-    return store->deleteKey(from, path);
+    int32_t r = resolvePath(parent, subKey, t, path);
+    return r == RegOk ? t.store->deleteKey(t.id, path) : r;
 }
 
 int32_t regEnumKey(RegKeyHandle key, uint32_t index, SWCharString& name)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeyEnumerateSubKeys, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeyEnumerateSubKeys))
-        return RegAccessDenied;
-    std::string utf8;
-    r = store->enumKey(id, index, utf8);
-    if (r == RegOk)
+    Listing<RegKeyBatch> scratch;
+    size_t at = 0;
+    r = listed(t.key ? &t.key->keys : 0, index,
+               [&](bool next, uint32_t offset, uint32_t limit, RegKeyBatch& batch) {
+                   if (!next)
+                       return t.store->listKeys(t.id, 0, offset, limit, batch);
+                   std::string after = batch.lastFold;
+                   return t.store->listKeys(t.id, &after, 0, limit, batch);
+               },
+               scratch, at);
+    const RegKeyBatch& batch = t.key ? t.key->keys.batch : scratch.batch;
+    if (r == RegOk) {
+        const std::string& utf8 = batch.names[at];
         name = regUtf8ToUtf16(utf8.data(), utf8.size());
+    }
     return r;
 }
 
 int32_t regEnumValue(RegKeyHandle key, uint32_t index, SWCharString& name, uint32_t* type,
                      unsigned char* data, uint32_t* size)
 {
-    std::shared_ptr<RegStore> store;
-    int64_t id = 0;
-    uint32_t access = 0;
-    int32_t r = resolve(key, store, id, access);
+    Target t;
+    int32_t r = resolve(key, RegKeyQueryValue, t);
     if (r != RegOk)
         return r;
-    if (!(access & RegKeyQueryValue))
-        return RegAccessDenied;
     if (data && !size)
         return RegInvalidParameter;
-    std::string utf8;
-    r = store->enumValue(id, index, utf8, type, data, size);
-    if (r == RegOk || r == RegMoreData)
+    Listing<RegValueBatch> scratch;
+    size_t at = 0;
+    r = listed(t.key ? &t.key->values : 0, index,
+               [&](bool next, uint32_t offset, uint32_t limit, RegValueBatch& batch) {
+                   return t.store->listValues(t.id, next ? batch.values.back().id : 0, offset,
+                                              limit, MaxBatchBytes, batch);
+               },
+               scratch, at);
+    const RegValueBatch& batch = t.key ? t.key->values.batch : scratch.batch;
+    const RegValueBatch::Value* entry = r == RegOk ? &batch.values[at] : 0;
+    if (r == RegOk)
+        r = regCopyValueOut(entry->type, batch.bytes.data() + entry->offset, entry->size, type,
+                            data, size);
+    if (r == RegOk || r == RegMoreData) {
+        const std::string& utf8 = entry->name;
         name = regUtf8ToUtf16(utf8.data(), utf8.size());
+    }
     return r;
 }
 
@@ -432,8 +493,8 @@ int32_t regConnectRegistry(const unsigned short* machine, RegKeyHandle* result)
     }
     if (!local)
         return RegBadNetPath;
-    std::shared_ptr<RegStore> store = regCurrentStore();
-    RegKeyHandle h = addHandle(store, 3, RegKeyAllAccess);
+    std::shared_ptr<RegStore> store = regCurrentStore(rootId(RegLocalMachine));
+    RegKeyHandle h = addHandle(store, rootId(RegLocalMachine), RegKeyAllAccess);
     if (!h)
         return RegInvalidHandle;
     *result = h;
@@ -485,9 +546,9 @@ void regMakeNonInheritable(RegKeyHandle)
     // Handles are table entries, not descriptors; SQLite opens its files with O_CLOEXEC.
 }
 
-SWCharString regStorePath()
+SWCharString regStorePath(RegKeyHandle root)
 {
-    std::string f = regStoreFile();
+    std::string f = root == RegCurrentUser ? regUserStoreFile() : regStoreFile();
     return regUtf8ToUtf16(f.data(), f.size());
 }
 

@@ -1,5 +1,7 @@
-// The Linux registry store: one SQLite file shared by every process that names the same
-// folder. Internal to the posix registry files.
+// The Linux registry store: SQLite files shared by every process that names the same
+// folder: the machine store for every root but HKEY_CURRENT_USER, and one store per user
+// for HKEY_CURRENT_USER (see iface/vardo/registry.h for where they live). Internal to the
+// posix registry files.
 //
 // Layout (user_version 1):
 //   keys(id, parent, name, fold)   unique (parent, fold); the predefined roots are rows
@@ -46,9 +48,30 @@ SWCharString regUtf8ToUtf16(const char* s, size_t bytes);
 // The store's case fold of one UTF-16 unit.
 unsigned short regFoldUnit(unsigned short c);
 
+// A batch of a listing, as enumerations fetch them: sub-key names with the folded name of
+// the last one (where the next batch starts), or values with their data in one block.
+struct RegKeyBatch {
+    std::vector<std::string> names;
+    std::string lastFold;
+    size_t size() const { return names.size(); }
+};
+struct RegValueBatch {
+    struct Value {
+        int64_t id;
+        std::string name;
+        uint32_t type;
+        size_t offset;   // of its data in bytes
+        uint32_t size;
+    };
+    std::vector<Value> values;
+    std::vector<unsigned char> bytes;
+    size_t size() const { return values.size(); }
+};
+
 class RegStore {
 public:
-    explicit RegStore(const std::string& file);
+    // user: a per-user store (folder 0700, file 0600, both owned by the effective user).
+    RegStore(const std::string& file, bool user);
     ~RegStore();
     RegStore(const RegStore&) = delete;
     RegStore& operator=(const RegStore&) = delete;
@@ -71,9 +94,15 @@ public:
     // Deletes the key at path below from (from itself for an empty path): refused with
     // RegAccessDenied when it has sub-keys or is a predefined root.
     int32_t deleteKey(int64_t from, const std::vector<RegName>& path);
-    int32_t enumKey(int64_t key, uint32_t index, std::string& name);
-    int32_t enumValue(int64_t key, uint32_t index, std::string& name, uint32_t* type,
-                      unsigned char* data, uint32_t* size);
+    // Up to limit sub-keys of key in the order of their folded names: those after
+    // *afterFold, or (afterFold null) from position offset on. An empty result is RegOk
+    // while the key exists, RegKeyDeleted once it is gone.
+    int32_t listKeys(int64_t key, const std::string* afterFold, uint32_t offset, uint32_t limit,
+                     RegKeyBatch& out);
+    // As listKeys for values in creation order (after the value row afterId when it is
+    // not 0); stops early once the data passes maxBytes (one value at least).
+    int32_t listValues(int64_t key, int64_t afterId, uint32_t offset, uint32_t limit,
+                       size_t maxBytes, RegValueBatch& out);
 
 private:
     enum State { Closed, Open, Missing, Damaged };
@@ -90,11 +119,16 @@ private:
     void rollback();
     int32_t aliveLocked(int64_t id);
     int32_t walk(int64_t from, const std::vector<RegName>& path, int64_t& id, bool create);
-    int32_t copyOut(sqlite3_stmt* st, int typeCol, int dataCol, uint32_t* type,
-                    unsigned char* data, uint32_t* size);
+    template <class Bind, class Row>
+    int32_t listRows(int64_t key, sqlite3_stmt* st, Bind bind, Row row);
+    // A user's store: makes its folders (0700) and an empty file (0600) where missing,
+    // and checks that the folder is a real one of this user. RegOk, RegFileNotFound when
+    // no folder can be named, RegAccessDenied otherwise.
+    int32_t createFile();
 
     std::mutex m_mutex;
     std::string m_file;
+    bool m_bUser;
     sqlite3* m_db;
     State m_state;
     bool m_bReadOnly;
@@ -107,18 +141,26 @@ private:
     sqlite3_stmt* m_hasChild;
     sqlite3_stmt* m_deleteKey;
     sqlite3_stmt* m_deleteKeyValues;
-    sqlite3_stmt* m_enumKey;
-    sqlite3_stmt* m_enumValue;
+    sqlite3_stmt* m_keysFrom;
+    sqlite3_stmt* m_keysAfter;
+    sqlite3_stmt* m_valuesFrom;
+    sqlite3_stmt* m_valuesAfter;
     unsigned m_generation;   // fork generation that opened the store
 };
 
-// The store for the folder the environment names now (shared by every caller in the
-// process); the folder and file names follow iface/vardo/registry.h.
-std::shared_ptr<RegStore> regCurrentStore();
-// The folder and the registry.db path the environment names now ("" when no folder can
-// be found).
+// Copies a value's type and bytes out Win32 style (see regQueryValue).
+int32_t regCopyValueOut(uint32_t valueType, const unsigned char* bytes, uint32_t n,
+                        uint32_t* type, unsigned char* data, uint32_t* size);
+
+// The store that serves the predefined root with store row rootId (2 is
+// HKEY_CURRENT_USER: the user's own store), for the folders the environment names now;
+// shared by every caller in the process.
+std::shared_ptr<RegStore> regCurrentStore(int64_t rootId);
+// The machine store's folder and its registry.db path as the environment names them now
+// ("" when no folder can be found); regUserStoreFile is the per-user store's registry.db.
 std::string regStoreFolder();
 std::string regStoreFile();
+std::string regUserStoreFile();
 
 } // namespace os
 } // namespace Vardo400

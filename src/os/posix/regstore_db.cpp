@@ -15,6 +15,7 @@
 
 #include <pthread.h>
 #include <pwd.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,21 +101,31 @@ std::string homeFolder()
 
 static const char* const SystemFolder = "/var/lib/vardow";
 
-std::string regStoreFolder()
+namespace {
+
+// The folder NEBU_REGISTRYHOME names, without trailing slashes ("" when unset or empty).
+std::string registryHome()
 {
     const char* env = std::getenv("NEBU_REGISTRYHOME");
-    if (env && *env) {
-        std::string f = env;
-        while (f.size() > 1 && f[f.size() - 1] == '/')
-            f.erase(f.size() - 1);
-        return f;
-    }
+    std::string f = env ? env : "";
+    while (f.size() > 1 && f[f.size() - 1] == '/')
+        f.erase(f.size() - 1);
+    return f;
+}
+
+} // namespace
+
+std::string regStoreFolder()
+{
+    std::string home = registryHome();
+    if (!home.empty())
+        return home;
     if (::access(SystemFolder, W_OK) == 0)
         return SystemFolder;
     struct stat st;
     if (::stat(SystemFolder, &st) != 0 && ::access("/var/lib", W_OK) == 0)
         return SystemFolder;
-    std::string home = homeFolder();
+    home = homeFolder();
     if (home.empty())
         return std::string();
     if (home[home.size() - 1] != '/')
@@ -122,15 +133,40 @@ std::string regStoreFolder()
     return home + ".vardow";
 }
 
-std::string regStoreFile()
+namespace {
+
+std::string dbIn(std::string folder)
 {
-    std::string folder = regStoreFolder();
     if (folder.empty())
         return std::string();
     if (folder[folder.size() - 1] != '/')
         folder += '/';
     return folder + "registry.db";
 }
+
+// HKEY_CURRENT_USER's folder: "users/<euid>" below the registry home when the environment
+// names one (tests and services keep everything there), else ".vardow/user" in the home.
+std::string userStoreFolder()
+{
+    std::string f = registryHome();
+    if (!f.empty()) {
+        if (f[f.size() - 1] != '/')
+            f += '/';
+        return f + "users/" + std::to_string(static_cast<unsigned long>(::geteuid()));
+    }
+    std::string home = homeFolder();
+    if (home.empty())
+        return std::string();
+    if (home[home.size() - 1] != '/')
+        home += '/';
+    return home + ".vardow/user";
+}
+
+} // namespace
+
+std::string regStoreFile() { return dbIn(regStoreFolder()); }
+
+std::string regUserStoreFile() { return dbIn(userStoreFolder()); }
 
 namespace {
 
@@ -148,11 +184,12 @@ StoreTable& storeTable()
 
 } // namespace
 
-std::shared_ptr<RegStore> regCurrentStore()
+std::shared_ptr<RegStore> regCurrentStore(int64_t rootId)
 {
     static std::once_flag forkHook;
     std::call_once(forkHook, [] { ::pthread_atfork(0, 0, onForkChild); });
-    std::string file = regStoreFile();
+    const bool user = rootId == 2;
+    std::string file = user ? regUserStoreFile() : regStoreFile();
     StoreTable& t = storeTable();
     std::lock_guard<std::mutex> lock(t.mutex);
     unsigned generation = g_forkGeneration.load();
@@ -163,17 +200,17 @@ std::shared_ptr<RegStore> regCurrentStore()
     }
     std::shared_ptr<RegStore>& s = t.stores[file];
     if (!s)
-        s = std::make_shared<RegStore>(file);
+        s = std::make_shared<RegStore>(file, user);
     return s;
 }
 
 // ---- RegStore ---------------------------------------------------------------------------------
 
-RegStore::RegStore(const std::string& file)
-    : m_file(file), m_db(0), m_state(Closed), m_bReadOnly(false), m_findKey(0), m_insertKey(0),
-      m_keyAlive(0), m_getValue(0), m_setValue(0), m_deleteValue(0), m_hasChild(0),
-      m_deleteKey(0), m_deleteKeyValues(0), m_enumKey(0), m_enumValue(0),
-      m_generation(g_forkGeneration.load())
+RegStore::RegStore(const std::string& file, bool user)
+    : m_file(file), m_bUser(user), m_db(0), m_state(Closed), m_bReadOnly(false), m_findKey(0),
+      m_insertKey(0), m_keyAlive(0), m_getValue(0), m_setValue(0), m_deleteValue(0),
+      m_hasChild(0), m_deleteKey(0), m_deleteKeyValues(0), m_keysFrom(0), m_keysAfter(0),
+      m_valuesFrom(0), m_valuesAfter(0), m_generation(g_forkGeneration.load())
 {
 }
 
@@ -185,9 +222,10 @@ RegStore::~RegStore()
 
 void RegStore::closeLocked()
 {
-    sqlite3_stmt** all[] = {&m_findKey,  &m_insertKey,    &m_keyAlive,        &m_getValue,
-                            &m_setValue, &m_deleteValue,  &m_hasChild,        &m_deleteKey,
-                            &m_deleteKeyValues, &m_enumKey, &m_enumValue};
+    sqlite3_stmt** all[] = {&m_findKey,   &m_insertKey,       &m_keyAlive,  &m_getValue,
+                            &m_setValue,  &m_deleteValue,     &m_hasChild,  &m_deleteKey,
+                            &m_deleteKeyValues, &m_keysFrom,  &m_keysAfter, &m_valuesFrom,
+                            &m_valuesAfter};
     for (sqlite3_stmt** st : all) {
         sqlite3_finalize(*st);
         *st = 0;
@@ -274,6 +312,19 @@ int32_t RegStore::openLocked()
     }
     struct stat st;
     bool exists = ::stat(m_file.c_str(), &st) == 0;
+    if (m_bUser) {
+        // Makes what is missing and checks the folder, which only its user may enter.
+        int32_t r = createFile();
+        if (r == RegOk)
+            exists = ::stat(m_file.c_str(), &st) == 0;
+        // A user's store that belongs to someone else is never used: it could be read or
+        // planted by them.
+        if (r != RegOk || !exists || st.st_uid != ::geteuid()) {
+            m_state = Missing;
+            m_bReadOnly = true;
+            return r == RegFileNotFound ? RegFileNotFound : RegAccessDenied;
+        }
+    }
     // A store file without any write permission bit is read-only for everyone (root too):
     // that is how an administrator freezes a store.
     bool frozen = exists && (st.st_mode & 0222) == 0;
@@ -385,9 +436,13 @@ int32_t RegStore::openLocked()
         {&m_hasChild, "SELECT 1 FROM keys WHERE parent=?1 LIMIT 1"},
         {&m_deleteKey, "DELETE FROM keys WHERE id=?1"},
         {&m_deleteKeyValues, "DELETE FROM vals WHERE key=?1"},
-        {&m_enumKey, "SELECT name FROM keys WHERE parent=?1 ORDER BY fold LIMIT 1 OFFSET ?2"},
-        {&m_enumValue,
-         "SELECT name, type, data FROM vals WHERE key=?1 ORDER BY id LIMIT 1 OFFSET ?2"},
+        {&m_keysFrom, "SELECT name, fold FROM keys WHERE parent=?1 ORDER BY fold LIMIT ?2 OFFSET ?3"},
+        {&m_keysAfter,
+         "SELECT name, fold FROM keys WHERE parent=?1 AND fold>?2 ORDER BY fold LIMIT ?3"},
+        {&m_valuesFrom,
+         "SELECT id, name, type, data FROM vals WHERE key=?1 ORDER BY id LIMIT ?2 OFFSET ?3"},
+        {&m_valuesAfter,
+         "SELECT id, name, type, data FROM vals WHERE key=?1 AND id>?2 ORDER BY id LIMIT ?3"},
     };
     for (const Prepared& p : statements) {
         rc = sqlite3_prepare_v3(m_db, p.sql, -1, SQLITE_PREPARE_PERSISTENT, p.st, 0);
@@ -423,6 +478,34 @@ int32_t RegStore::usable(bool write)
         return r;
     if (write && m_bReadOnly)
         return RegAccessDenied;
+    return RegOk;
+}
+
+int32_t RegStore::createFile()
+{
+    // The shared "users" folder is open to all with the sticky bit, as /tmp is, so that
+    // each user can add a folder of their own and nobody can remove another's.
+    if (m_file.empty())
+        return RegFileNotFound;
+    std::string folder = m_file.substr(0, m_file.find_last_of('/'));
+    std::string parent = folder.substr(0, folder.find_last_of('/'));
+    struct stat st;
+    if (::stat(parent.c_str(), &st) != 0) {
+        bool shared = !registryHome().empty();
+        makeDirectories(parent.substr(0, parent.find_last_of('/')), shared ? 0755 : 0700);
+        if (::mkdir(parent.c_str(), shared ? 0777 : 0700) == 0 && shared)
+            ::chmod(parent.c_str(), 01777);
+    }
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+        return RegAccessDenied;
+    if (::lstat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != ::geteuid())
+        return RegAccessDenied;
+    if ((st.st_mode & 077) != 0 && ::chmod(folder.c_str(), 0700) != 0)
+        return RegAccessDenied;
+    int fd = ::open(m_file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0)
+        return errno == EEXIST ? RegOk : RegAccessDenied;
+    ::close(fd);
     return RegOk;
 }
 
@@ -562,14 +645,11 @@ int32_t RegStore::createPath(int64_t from, const std::vector<RegName>& path, int
     return commit();
 }
 
-int32_t RegStore::copyOut(sqlite3_stmt* st, int typeCol, int dataCol, uint32_t* type,
-                          unsigned char* data, uint32_t* size)
+int32_t regCopyValueOut(uint32_t valueType, const unsigned char* bytes, uint32_t n,
+                        uint32_t* type, unsigned char* data, uint32_t* size)
 {
-    uint32_t t = static_cast<uint32_t>(sqlite3_column_int64(st, typeCol));
-    const void* blob = sqlite3_column_blob(st, dataCol);
-    uint32_t n = static_cast<uint32_t>(sqlite3_column_bytes(st, dataCol));
     if (type)
-        *type = t;
+        *type = valueType;
     if (!size)
         return data ? RegInvalidParameter : RegOk;
     if (!data) {
@@ -581,7 +661,7 @@ int32_t RegStore::copyOut(sqlite3_stmt* st, int typeCol, int dataCol, uint32_t* 
         return RegMoreData;
     }
     if (n)
-        std::memcpy(data, blob, n);
+        std::memcpy(data, bytes, n);
     *size = n;
     return RegOk;
 }
@@ -600,7 +680,10 @@ int32_t RegStore::getValue(int64_t key, const std::string& fold, uint32_t* type,
         sqlite3_bind_text(m_getValue, 2, fold.data(), static_cast<int>(fold.size()), SQLITE_STATIC);
         rc = stepRetry(m_getValue);
         if (rc == SQLITE_ROW)
-            return copyOut(m_getValue, 0, 1, type, data, size);
+            return regCopyValueOut(static_cast<uint32_t>(sqlite3_column_int64(m_getValue, 0)),
+                                   static_cast<const unsigned char*>(sqlite3_column_blob(m_getValue, 1)),
+                                   static_cast<uint32_t>(sqlite3_column_bytes(m_getValue, 1)),
+                                   type, data, size);
     }
     if (rc != SQLITE_DONE)
         return fail(rc);
@@ -702,60 +785,104 @@ int32_t RegStore::deleteKey(int64_t from, const std::vector<RegName>& path)
     return r;
 }
 
-int32_t RegStore::enumKey(int64_t key, uint32_t index, std::string& name)
+namespace {
+
+std::string columnText(sqlite3_stmt* st, int col)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    int32_t r = usable(false);
-    if (r != RegOk)
-        return r == RegFileNotFound ? RegNoMoreItems : r;
-    int rc;
-    {
-        Reset reset(m_enumKey);
-        sqlite3_bind_int64(m_enumKey, 1, key);
-        sqlite3_bind_int64(m_enumKey, 2, index);
-        rc = stepRetry(m_enumKey);
-        if (rc == SQLITE_ROW) {
-            const char* p = reinterpret_cast<const char*>(sqlite3_column_text(m_enumKey, 0));
-            name.assign(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(m_enumKey, 0)));
-            return RegOk;
-        }
-    }
-    if (rc != SQLITE_DONE)
-        return fail(rc);
-    r = aliveLocked(key);
-    return r == RegOk ? RegNoMoreItems : r;
+    const char* p = reinterpret_cast<const char*>(sqlite3_column_text(st, col));
+    return std::string(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(st, col)));
 }
 
-int32_t RegStore::enumValue(int64_t key, uint32_t index, std::string& name, uint32_t* type,
-                            unsigned char* data, uint32_t* size)
+} // namespace
+
+// Runs a listing statement for key: bind(st) binds what follows the key, row(st) takes
+// each row and answers false to stop early. An empty listing is RegOk while the key
+// exists and RegKeyDeleted once it is gone.
+template <class Bind, class Row>
+int32_t RegStore::listRows(int64_t key, sqlite3_stmt* st, Bind bind, Row row)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     int32_t r = usable(false);
     if (r != RegOk)
-        return r == RegFileNotFound ? RegNoMoreItems : r;
+        return r == RegFileNotFound ? RegOk : r;
     int rc;
+    bool any = false;
     {
-        Reset reset(m_enumValue);
-        sqlite3_bind_int64(m_enumValue, 1, key);
-        sqlite3_bind_int64(m_enumValue, 2, index);
-        rc = stepRetry(m_enumValue);
-        if (rc == SQLITE_ROW) {
-            const char* p = reinterpret_cast<const char*>(sqlite3_column_text(m_enumValue, 0));
-            name.assign(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(m_enumValue, 0)));
-            return copyOut(m_enumValue, 1, 2, type, data, size);
+        Reset reset(st);
+        sqlite3_bind_int64(st, 1, key);
+        bind(st);
+        // Only the first step may wait for a lock: a retry starts the query afresh.
+        for (rc = stepRetry(st); rc == SQLITE_ROW; rc = sqlite3_step(st)) {
+            any = true;
+            if (!row(st)) {
+                rc = SQLITE_DONE;
+                break;
+            }
         }
     }
     if (rc != SQLITE_DONE)
         return fail(rc);
-    r = aliveLocked(key);
-    return r == RegOk ? RegNoMoreItems : r;
+    return any ? RegOk : aliveLocked(key);
+}
+
+int32_t RegStore::listKeys(int64_t key, const std::string* afterFold, uint32_t offset,
+                           uint32_t limit, RegKeyBatch& out)
+{
+    out.names.clear();
+    int32_t r = listRows(
+        key, afterFold ? m_keysAfter : m_keysFrom,
+        [&](sqlite3_stmt* st) {
+            if (afterFold) {
+                sqlite3_bind_text(st, 2, afterFold->data(), static_cast<int>(afterFold->size()),
+                                  SQLITE_STATIC);
+                sqlite3_bind_int64(st, 3, limit);
+            } else {
+                sqlite3_bind_int64(st, 2, limit);
+                sqlite3_bind_int64(st, 3, offset);
+            }
+        },
+        [&](sqlite3_stmt* st) {
+            out.names.push_back(columnText(st, 0));
+            out.lastFold.assign(reinterpret_cast<const char*>(sqlite3_column_text(st, 1)),
+                                static_cast<size_t>(sqlite3_column_bytes(st, 1)));
+            return true;
+        });
+    if (r != RegOk)
+        out.names.clear();
+    return r;
+}
+
+int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint32_t limit,
+                             size_t maxBytes, RegValueBatch& out)
+{
+    out.values.clear();
+    out.bytes.clear();
+    int32_t r = listRows(
+        key, afterId ? m_valuesAfter : m_valuesFrom,
+        [&](sqlite3_stmt* st) {
+            sqlite3_bind_int64(st, 2, afterId ? afterId : static_cast<int64_t>(limit));
+            sqlite3_bind_int64(st, 3, afterId ? static_cast<int64_t>(limit) : offset);
+        },
+        [&](sqlite3_stmt* st) {
+            const unsigned char* p = static_cast<const unsigned char*>(sqlite3_column_blob(st, 3));
+            size_t n = static_cast<size_t>(sqlite3_column_bytes(st, 3));
+            out.values.push_back(RegValueBatch::Value{
+                sqlite3_column_int64(st, 0), columnText(st, 1),
+                static_cast<uint32_t>(sqlite3_column_int64(st, 2)), out.bytes.size(),
+                static_cast<uint32_t>(n)});
+            out.bytes.insert(out.bytes.end(), p, p + n);
+            return out.bytes.size() <= maxBytes;
+        });
+    if (r != RegOk)
+        out.values.clear();
+    return r;
 }
 
 // ---- the integrity check ----------------------------------------------------------------------
 
-SRegistryStore::Status regStoreCheck(SWCharString* detail)
+SRegistryStore::Status regStoreCheck(RegKeyHandle root, SWCharString* detail)
 {
-    std::string file = regStoreFile();
+    std::string file = root == RegCurrentUser ? regUserStoreFile() : regStoreFile();
     auto say = [&](const std::string& text) {
         if (detail)
             *detail = regUtf8ToUtf16(text.data(), text.size());

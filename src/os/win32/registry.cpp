@@ -143,9 +143,9 @@ void regMakeNonInheritable(RegKeyHandle key)
         SetHandleInformation(reinterpret_cast<HANDLE>(key), HANDLE_FLAG_INHERIT, 0);
 }
 
-SWCharString regStorePath() { return SWCharString(); }
+SWCharString regStorePath(RegKeyHandle) { return SWCharString(); }
 
-SRegistryStore::Status regStoreCheck(SWCharString* detail)
+SRegistryStore::Status regStoreCheck(RegKeyHandle, SWCharString* detail)
 {
     if (detail)
         detail->empty();

@@ -1,0 +1,58 @@
+// Registry values above the platform layer: the raw read and the REG_SZ byte form.
+#include "regvalue.h"
+#include "utfcore.h"
+
+namespace Vardo400 {
+namespace regvalue {
+
+int32_t readRaw(RegKeyHandle key, const unsigned short* name, uint32_t& type,
+                std::vector<unsigned char>& data)
+{
+    unsigned char first[256];
+    const unsigned char* bytes = 0;
+    uint32_t size = 0;
+    bool retried = false;
+    int32_t rc = readWithRetry(
+        [&](uint32_t* t, unsigned char* d, uint32_t* s) { return os::regQueryValue(key, name, t, d, s); },
+        type, first, sizeof first, data, bytes, size, retried);
+    if (rc != os::RegOk)
+        return rc;
+    if (retried)
+        data.resize(size);
+    else
+        data.assign(bytes, bytes + size);
+    return rc;
+}
+
+void appendTextBytes(const unsigned short* text, size_t units, std::vector<unsigned char>& out)
+{
+    const size_t at = out.size();
+    out.resize(at + 2 * (units + 1), 0);   // the terminating unit stays zero
+    utf::utf16ToBytes(text, units, out.data() + at, false);
+}
+
+SWCharString textFromBytes(const unsigned char* data, uint32_t size)
+{
+    uint32_t units = size / 2;
+    uint32_t n = 0;
+    while (n < units && (data[2 * n] | data[2 * n + 1]) != 0)
+        ++n;
+    SWCharString r;
+    if (n == 0)
+        return r;
+    r.setBufferSize(n);
+    std::vector<unsigned short> tmp;
+    unsigned short stackUnits[256];
+    unsigned short* p = stackUnits;
+    if (n >= 256) {
+        tmp.resize(n + 1);
+        p = tmp.data();
+    }
+    utf::bytesToUtf16(data, n, p, false);
+    p[n] = 0;
+    r.concat(p, n);
+    return r;
+}
+
+} // namespace regvalue
+} // namespace Vardo400
