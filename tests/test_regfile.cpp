@@ -7,6 +7,8 @@
 
 #include "vardo_gtest.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -19,32 +21,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-SWCharString W(const std::string& utf8)
-{
-    SWCharString s;
-    if (!utf8.empty())
-        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.c_str()));
-    return s;
-}
+using vardo_test::W;
+using vardo_test::U;
 
-std::string U(const SWCharString& s)
-{
-    std::string out;
-    for (const unsigned short* p = s.data(); *p; ++p) {
-        unsigned int c = *p;
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
+
 
 std::vector<unsigned char> utf16le(const SWCharString& s, bool bom)
 {

@@ -10,6 +10,8 @@
 #include "sfile_test_support.h"
 #include "vardo_gtest.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,24 +35,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-SWCharString W(const std::string& utf8)
-{
-    SWCharString s;
-    if (!utf8.empty())
-        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()),
-                   static_cast<unsigned int>(utf8.size()));
-    return s;
-}
+using vardo_test::W;
+using vardo_test::U;
 
-std::string U(const SWCharString& s)
-{
-    std::string out;
-    unsigned int n = s.getNBytesForUTF8();
-    out.resize(n + 1);
-    unsigned int got = s.toUTF8(reinterpret_cast<unsigned char*>(&out[0]), n + 1);
-    out.resize(got == 0xFFFFFFFFu ? 0 : std::min(got, n));
-    return out;
-}
+
 
 std::string pathU8(const fs::path& p)
 {

@@ -6,6 +6,8 @@
 #include "child_process.h"
 #include "sfile_test_support.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -22,23 +24,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-SWCharString W(const std::string& utf8)
-{
-    SWCharString s;
-    if (!utf8.empty())
-        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()),
-                   static_cast<unsigned int>(utf8.size()));
-    return s;
-}
+using vardo_test::W;
+const auto& U8 = vardo_test::U;
 
-std::string U8(const SWCharString& s)
-{
-    std::string out(s.getNBytesForUTF8() + 1, '\0');
-    unsigned int n = s.toUTF8(reinterpret_cast<unsigned char*>(&out[0]),
-                              static_cast<unsigned int>(out.size()));
-    out.resize(n == 0xFFFFFFFFu ? 0 : n);
-    return out;
-}
+
 
 std::string pathU8(const fs::path& p)
 {

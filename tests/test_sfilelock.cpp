@@ -6,6 +6,8 @@
 #include "child_process.h"
 #include "sfile_test_support.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -24,14 +26,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-SWCharString W(const std::string& utf8)
-{
-    SWCharString s;
-    if (!utf8.empty())
-        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()),
-                   static_cast<unsigned int>(utf8.size()));
-    return s;
-}
+using vardo_test::W;
+
 
 std::string pathU8(const fs::path& p)
 {

@@ -9,6 +9,8 @@
 #include "sfile_test_support.h"
 #include "vardo_gtest.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -28,20 +30,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-SWCharString W(const std::string& utf8)
-{
-    SWCharString s;
-    s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()), (unsigned int)utf8.size());
-    return s;
-}
+using vardo_test::W;
+using vardo_test::U;
 
-std::string U(const SWCharString& s)
-{
-    std::string out(s.getNBytesForUTF8() + 1, '\0');
-    const unsigned int n = s.toUTF8(reinterpret_cast<unsigned char*>(&out[0]), (unsigned int)out.size());
-    out.resize(n == 0xFFFFFFFFu ? 0 : n);
-    return out;
-}
+
 
 fs::path P(const SWCharString& s)
 {

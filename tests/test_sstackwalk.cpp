@@ -6,6 +6,8 @@
 
 #include "vardo_gtest.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,15 +26,8 @@ using namespace Vardo400;
 
 namespace {
 
-std::string utf8(const SWCharString& s)
-{
-    std::string out;
-    for (unsigned int i = 0; i < s.getLength(); ++i) {
-        unsigned short c = s.data()[i];
-        out += c < 0x80 ? static_cast<char>(c) : '?';
-    }
-    return out;
-}
+const auto& utf8 = vardo_test::ascii;
+
 
 SWCharString ascii(const char* s)
 {

@@ -6,6 +6,8 @@
 
 #include "assert_capture.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -21,18 +23,13 @@ using namespace Vardo400;
 
 namespace {
 
+const auto& narrow = vardo_test::U;
+
 // ---- helpers -------------------------------------------------------------------------------
 
 using vardo_test::AssertCapture;
 std::vector<std::string>& g_asserts = AssertCapture::seen();
 
-std::string narrow(const SWCharString& s)
-{
-    std::string out;
-    for (unsigned int i = 0; i < s.getLength(); ++i)
-        out += static_cast<char>(s.data()[i]);
-    return out;
-}
 
 // Polls until pred holds; false after a minute (a hang, not a slow machine).
 template <class Pred>

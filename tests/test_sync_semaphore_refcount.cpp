@@ -5,6 +5,8 @@
 
 #include "assert_capture.h"
 
+#include "text.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -16,16 +18,11 @@ using namespace Vardo400;
 
 namespace {
 
+const auto& narrow = vardo_test::U;
+
 using vardo_test::AssertCapture;
 std::vector<std::string>& g_asserts = AssertCapture::seen();
 
-std::string narrow(const SWCharString& s)
-{
-    std::string out;
-    for (unsigned int i = 0; i < s.getLength(); ++i)
-        out += static_cast<char>(s.data()[i]);
-    return out;
-}
 
 // Runs f and returns the message of the SSemaphoreError it throws ("" if none).
 template <class F>
