@@ -537,6 +537,37 @@ TEST_F(OpensslTool, BadPaddingIsNeverSuccess)
     EXPECT_TRUE(out.isEmpty());
 }
 
+TEST_F(OpensslTool, CryptCommandOfTheOperatorTool)
+{
+#ifndef VARDO_TEST_TOOL
+    GTEST_SKIP() << "the vardo tool is not built";
+#else
+    const std::string tool = VARDO_TEST_TOOL;
+    Bytes plain = pattern(5000, 9);
+    write("in", plain);
+    write("pass", Bytes({'s', 'e', 'c', 'r', 'e', 't', '\n'}));
+    // Pass phrase from a file, then from standard input.
+    ASSERT_EQ(0, run(tool + " crypt encrypt " + path("in") + " " + path("enc") + " --pass-file " + path("pass")));
+    Bytes e = read("enc");
+    ASSERT_EQ(SCrypt::getEncryptedLength(5000), e.size());
+    // The key is SHA-1 of the first line, so the library decrypts it too.
+    SSimpleBuffer back;
+    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(e), keyFrom(m_crypt, u"secret"), back));
+    EXPECT_TRUE(plain == toBytes(back));
+    ASSERT_EQ(0, run("printf 'secret\\n' | " + tool + " crypt decrypt " + path("enc") + " " + path("out")));
+    EXPECT_TRUE(plain == read("out"));
+    // A wrong pass phrase: exit 1, the status text on stderr, no output file.
+    int rc = run("echo wrong | " + tool + " crypt decrypt " + path("enc") + " " + path("out2"));
+    EXPECT_NE(0, rc);
+    Bytes log = read("tool.log");
+    std::string msg(log.begin(), log.end());
+    EXPECT_EQ("vardo crypt: Checksum does not match after decryption(buffer modified or wrong key used).\n", msg);
+    EXPECT_FALSE(fs::exists(path("out2")));
+    // A pass phrase on the command line is not accepted.
+    EXPECT_NE(0, run(tool + " crypt encrypt " + path("in") + " " + path("enc") + " secret </dev/null"));
+#endif
+}
+
 // ---- without the provider ---------------------------------------------------------------------------------
 
 // Runs as a child process while the provider file is renamed away.
