@@ -7,6 +7,7 @@
 #include "vardo/cs_wrapper.h"
 #include "vardo/strace.h"
 
+#include "os/os_dl.h"
 #include "os/os_random.h"
 
 #include "wrapcryptoc.h"
@@ -124,12 +125,27 @@ private:
 bool CryptoCLib::Init()
 {
     traceText("CryptoCLib::Init BEGIN");
-    try {
-        m_library.load(SWCharString().concatFromAscii(kLibraryName, sizeof(kLibraryName) - 1));
-    } catch (const CSharedLibraryException& e) {
-        if (tracing())
-            STrace("Unable to load WrapCryptoC shared library: %1", STraceParameter(e.summary()));
-        return false;
+    SWCharString name;
+    name.concatFromAscii(kLibraryName, sizeof(kLibraryName) - 1);
+    // The provider lies beside this library: look there first, then where the system
+    // looks (a sanitizer's or a loader's own dlopen does not search beside us).
+    SWCharString beside = os::dlOwnDirectory();
+    if (!beside.isEmpty()) {
+        beside.concatFromAscii(os::dlPrefix(), static_cast<unsigned int>(std::strlen(os::dlPrefix())));
+        beside += name;
+        try {
+            m_library.load(beside);
+        } catch (const CSharedLibraryException&) {
+        }
+    }
+    if (!m_library.isLoaded()) {
+        try {
+            m_library.load(name);
+        } catch (const CSharedLibraryException& e) {
+            if (tracing())
+                STrace("Unable to load WrapCryptoC shared library: %1", STraceParameter(e.summary()));
+            return false;
+        }
     }
     traceText("CryptoCLib::Init Loaded library");
 
