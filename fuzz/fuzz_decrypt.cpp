@@ -2,7 +2,8 @@
 // arbitrary edits. Checks: no crash and no read outside the buffer (each is copied to a
 // block of its exact size); an edited buffer never decrypts (status 4 for a malformed
 // header or length, 5 for a digest mismatch or damaged padding); an unedited one
-// decrypts to its plaintext; a failed decryption leaves no output.
+// decrypts to its plaintext; a failed decryption leaves no output; an arbitrary buffer
+// that does decrypt (a seed is a real buffer) has a digest that holds.
 //
 // Input: byte 0 chooses the mode. Even: the rest is decrypted as it is (as bytes and,
 // as hexadecimal text, through the text form). Odd: byte 1 picks one of the valid
@@ -80,13 +81,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         Bytes b(data + 1, data + size);
         SSimpleBuffer out;
         SCrypt::Status st = decrypt(b, out);
-        CHECK(st == SCrypt::invalidBuffer || st == SCrypt::digestMismatch);
-        CHECK(out.isEmpty());
+        if (st == SCrypt::success) {
+            // Only a real buffer (such as a seed) decrypts: its digest must hold.
+            int v = SCrypt::getHeaderVersion(b.data(), static_cast<uint32_t>(b.size()));
+            CHECK(v == 0 || v == 1);
+            const unsigned char* salt = b.data() + (v == 1 ? 4 : 0);
+            unsigned char d[20];
+            CHECK(f.crypt.makeDigest(out.data(), static_cast<uint32_t>(out.size()), salt, d) == SCrypt::success);
+            CHECK(std::memcmp(d, salt + 8, 20) == 0);
+        } else {
+            CHECK(st == SCrypt::invalidBuffer || st == SCrypt::digestMismatch);
+            CHECK(out.isEmpty());
+        }
         SCrypt::ByteStr bs(b.empty() ? nullptr : b.data(), static_cast<uint32_t>(b.size()));
         SWCharString text;
-        st = f.crypt.decrypt(SCrypt::toText(bs), f.key, text);
-        CHECK(st == SCrypt::invalidBuffer || st == SCrypt::digestMismatch);
-        CHECK(text.isEmpty());
+        SCrypt::Status st2 = f.crypt.decrypt(SCrypt::toText(bs), f.key, text);
+        CHECK(st2 == st);
+        if (st != SCrypt::success)
+            CHECK(text.isEmpty());
         return 0;
     }
     if (size < 2)
