@@ -3,6 +3,9 @@
 // crypto provider.
 #include "vardo/scrypt.h"
 #include "vardo/codesetconverter.h"
+#include "vardo/DllWrap.h"
+
+#include "wrapcryptoc.h"
 
 #include "assert_capture.h"
 #include "child_process.h"
@@ -566,6 +569,103 @@ TEST_F(OpensslTool, CryptCommandOfTheOperatorTool)
     // A pass phrase on the command line is not accepted.
     EXPECT_NE(0, run(tool + " crypt encrypt " + path("in") + " " + path("enc") + " secret </dev/null"));
 #endif
+}
+
+// ---- the provider's own interface ------------------------------------------------------------------------
+
+TEST(WrapCryptoC, CryptoCConventions)
+{
+    CSharedLibrary lib;
+    SWCharString path;
+    const std::string file = VARDO_TEST_PROVIDER;
+    path.concatFromAscii(file.c_str(), static_cast<unsigned int>(file.size()));
+    ASSERT_NO_THROW(lib.load(path));
+    B_CreateAlgorithmObject_t createAlg;
+    B_DestroyAlgorithmObject_t destroyAlg;
+    B_SetAlgorithmInfo_t setAlg;
+    B_CreateKeyObject_t createKey;
+    B_SetKeyInfo_t setKey;
+    B_DestroyKeyObject_t destroyKey;
+    B_CipherInit_t encInit, decInit;
+    B_CipherUpdate_t encUpdate, decUpdate;
+    B_CipherFinal_t encFinal, decFinal;
+    ASSERT_TRUE(lib.resolve("B_CreateAlgorithmObject", createAlg) && lib.resolve("B_DestroyAlgorithmObject", destroyAlg) &&
+                lib.resolve("B_SetAlgorithmInfo", setAlg) && lib.resolve("B_CreateKeyObject", createKey) &&
+                lib.resolve("B_SetKeyInfo", setKey) && lib.resolve("B_DestroyKeyObject", destroyKey) &&
+                lib.resolve("B_EncryptInit", encInit) && lib.resolve("B_EncryptUpdate", encUpdate) &&
+                lib.resolve("B_EncryptFinal", encFinal) && lib.resolve("B_DecryptInit", decInit) &&
+                lib.resolve("B_DecryptUpdate", decUpdate) && lib.resolve("B_DecryptFinal", decFinal));
+    B_INFO_TYPE ai = static_cast<B_INFO_TYPE>(lib.getProcAddress("AI_DES_EDE3_CBCPadIV8"));
+    B_INFO_TYPE ki = static_cast<B_INFO_TYPE>(lib.getProcAddress("KI_DES24Strong"));
+    const B_ALGORITHM_METHOD* amEnc = static_cast<const B_ALGORITHM_METHOD*>(lib.getProcAddress("AM_DES_EDE3_CBC_ENCRYPT"));
+    const B_ALGORITHM_METHOD* amDec = static_cast<const B_ALGORITHM_METHOD*>(lib.getProcAddress("AM_DES_EDE3_CBC_DECRYPT"));
+    const B_ALGORITHM_METHOD* encChooser[] = {amEnc, nullptr};
+    const B_ALGORITHM_METHOD* decChooser[] = {amDec, nullptr};
+
+    unsigned char keyBytes[24], iv[8];
+    for (int i = 0; i < 24; ++i)
+        keyBytes[i] = static_cast<unsigned char>(i * 11 + 1);
+    std::memset(iv, 0x5c, 8);
+    B_KEY_OBJ key = nullptr;
+    ASSERT_EQ(0, createKey(&key));
+    ASSERT_EQ(0, setKey(key, ki, keyBytes));
+    EXPECT_EQ(BE_KEY_ALREADY_SET, setKey(key, ki, keyBytes));
+
+    // One call, then the same plaintext fed in pieces of every size from 1 to 20: the
+    // ciphertext is the same, and decrypting in pieces gives the plaintext back.
+    Bytes plain = pattern(101, 3);
+    auto run = [&](bool encrypt, const Bytes& in, size_t piece, Bytes& out) {
+        B_ALGORITHM_OBJ alg = nullptr;
+        EXPECT_EQ(0, createAlg(&alg));
+        EXPECT_EQ(0, setAlg(alg, ai, iv));
+        EXPECT_EQ(BE_METHOD_NOT_IN_CHOOSER, (encrypt ? encInit : decInit)(alg, key, encrypt ? decChooser : encChooser, nullptr));
+        EXPECT_EQ(0, (encrypt ? encInit : decInit)(alg, key, encrypt ? encChooser : decChooser, nullptr));
+        out.assign(in.size() + 16, 0);
+        unsigned int total = 0, n = 0;
+        for (size_t at = 0; at < in.size(); at += piece) {
+            unsigned int len = static_cast<unsigned int>(std::min(piece, in.size() - at));
+            int rc = (encrypt ? encUpdate : decUpdate)(alg, out.data() + total, &n,
+                                                       static_cast<unsigned int>(out.size() - total), in.data() + at, len,
+                                                       nullptr, nullptr);
+            EXPECT_EQ(0, rc);
+            total += n;
+        }
+        int rc = (encrypt ? encFinal : decFinal)(alg, out.data() + total, &n,
+                                                 static_cast<unsigned int>(out.size() - total), nullptr, nullptr);
+        total += rc == 0 ? n : 0;
+        out.resize(total);
+        destroyAlg(&alg);
+        EXPECT_EQ(nullptr, alg);
+        return rc;
+    };
+    Bytes whole, back;
+    ASSERT_EQ(0, run(true, plain, plain.size(), whole));
+    EXPECT_EQ(104u, whole.size());
+    for (size_t piece = 1; piece <= 20; ++piece) {
+        Bytes c;
+        ASSERT_EQ(0, run(true, plain, piece, c)) << piece;
+        EXPECT_EQ(whole, c) << piece;
+        ASSERT_EQ(0, run(false, whole, piece, back)) << piece;
+        EXPECT_EQ(plain, back) << piece;
+    }
+    // A damaged last block: the final step refuses the padding with 524.
+    Bytes bad = whole;
+    bad[bad.size() - 1] ^= 0x55;
+    EXPECT_EQ(BE_INPUT_DATA, run(false, bad, bad.size(), back));
+    EXPECT_EQ(524, BE_INPUT_DATA);
+
+    // Too little output room is refused, not overrun.
+    B_ALGORITHM_OBJ alg = nullptr;
+    ASSERT_EQ(0, createAlg(&alg));
+    ASSERT_EQ(0, setAlg(alg, ai, iv));
+    ASSERT_EQ(0, encInit(alg, key, encChooser, nullptr));
+    unsigned char small[8];
+    unsigned int n = 0;
+    EXPECT_EQ(BE_OUTPUT_LEN, encUpdate(alg, small, &n, 8, plain.data(), 16, nullptr, nullptr));
+    destroyAlg(&alg);
+    destroyKey(&key);
+    EXPECT_EQ(nullptr, key);
+    destroyKey(&key);  // a null handle is ignored
 }
 
 // ---- without the provider ---------------------------------------------------------------------------------
