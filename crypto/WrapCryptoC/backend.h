@@ -12,7 +12,7 @@ namespace wcc {
 bool backendInit();
 
 struct Sha1;
-// A fresh SHA-1 computation, or null.
+// A SHA-1 context, or null; sha1Reset starts each computation.
 Sha1* sha1New();
 void sha1Free(Sha1* h);
 // Starts over.

@@ -9,6 +9,20 @@
 
 namespace wcc {
 
+// The algorithms are fetched once: an EVP_sha1()-style handle would make every init look
+// the implementation up again, a large share of the cost of a small buffer.
+const EVP_MD* sha1Md()
+{
+    static const EVP_MD* md = EVP_MD_fetch(nullptr, "SHA1", nullptr);
+    return md ? md : EVP_sha1();
+}
+
+const EVP_CIPHER* des3Cipher()
+{
+    static const EVP_CIPHER* c = EVP_CIPHER_fetch(nullptr, "DES-EDE3-CBC", nullptr);
+    return c ? c : EVP_des_ede3_cbc();
+}
+
 bool backendInit() { return true; }
 
 struct Sha1 {
@@ -20,10 +34,6 @@ Sha1* sha1New()
     EVP_MD_CTX* ctx = EVP_MD_CTX_new();
     if (!ctx)
         return nullptr;
-    if (EVP_DigestInit_ex(ctx, EVP_sha1(), nullptr) != 1) {
-        EVP_MD_CTX_free(ctx);
-        return nullptr;
-    }
     Sha1* h = new (std::nothrow) Sha1{ctx};
     if (!h)
         EVP_MD_CTX_free(ctx);
@@ -38,7 +48,7 @@ void sha1Free(Sha1* h)
     }
 }
 
-bool sha1Reset(Sha1* h) { return EVP_DigestInit_ex(h->ctx, EVP_sha1(), nullptr) == 1; }
+bool sha1Reset(Sha1* h) { return EVP_DigestInit_ex(h->ctx, sha1Md(), nullptr) == 1; }
 
 bool sha1Update(Sha1* h, const unsigned char* data, size_t n)
 {
@@ -60,7 +70,7 @@ Des3* des3New(const unsigned char key[24], const unsigned char iv[8], bool encry
     EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
     if (!ctx)
         return nullptr;
-    if (EVP_CipherInit_ex(ctx, EVP_des_ede3_cbc(), nullptr, key, iv, encrypt ? 1 : 0) != 1 ||
+    if (EVP_CipherInit_ex(ctx, des3Cipher(), nullptr, key, iv, encrypt ? 1 : 0) != 1 ||
         EVP_CIPHER_CTX_set_padding(ctx, 0) != 1) {
         EVP_CIPHER_CTX_free(ctx);
         return nullptr;

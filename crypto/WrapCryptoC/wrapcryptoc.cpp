@@ -50,6 +50,8 @@ struct AlgorithmObject {
     unsigned char seed[20] = {};
     unsigned int counter = 0;
     bool seeded = false;
+    // Digest: finished, to be restarted before the next update.
+    bool restart = false;
 
     ~AlgorithmObject() { clearCipher(); wcc::sha1Free(sha1); wcc::wipe(seed, sizeof(seed)); wcc::wipe(iv, sizeof(iv)); }
     void clearCipher()
@@ -231,6 +233,7 @@ int WRAPCRYPTOC_CALL B_DigestInit(B_ALGORITHM_OBJ digester, B_KEY_OBJ, B_ALGORIT
         return BE_METHOD_NOT_IN_CHOOSER;
     if (!wcc::sha1Reset(a->sha1))
         return BE_HARDWARE;
+    a->restart = false;
     a->state = State::digesting;
     return 0;
 }
@@ -245,6 +248,11 @@ int WRAPCRYPTOC_CALL B_DigestUpdate(B_ALGORITHM_OBJ digester, const unsigned cha
         return BE_ALGORITHM_NOT_INITIALIZED;
     if (inputLen && !input)
         return BE_ALGORITHM_INFO;
+    if (a->restart) {
+        if (!wcc::sha1Reset(a->sha1))
+            return BE_HARDWARE;
+        a->restart = false;
+    }
     return wcc::sha1Update(a->sha1, input, inputLen) ? 0 : BE_HARDWARE;
 }
 
@@ -258,12 +266,17 @@ int WRAPCRYPTOC_CALL B_DigestFinal(B_ALGORITHM_OBJ digester, unsigned char* dige
         return BE_ALGORITHM_NOT_INITIALIZED;
     if (!digest || !digestLen || maxDigestLen < 20)
         return BE_OUTPUT_LEN;
+    if (a->restart) {
+        if (!wcc::sha1Reset(a->sha1))
+            return BE_HARDWARE;
+        a->restart = false;
+    }
     a->state = State::idle;
     if (!wcc::sha1Final(a->sha1, digest))
         return BE_HARDWARE;
     *digestLen = 20;
-    // Ready for the next digest without another init.
-    wcc::sha1Reset(a->sha1);
+    // Ready for the next digest without another init; the context restarts on first use.
+    a->restart = true;
     a->state = State::digesting;
     return 0;
 }
