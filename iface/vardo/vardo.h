@@ -9,6 +9,7 @@
 #include "strace.h"
 #include "UTFConverter.h"
 #include "codesetconverter.h"
+#include "scrypt.h"
 #include "neutralstr.h"
 #include "sstringhelper.h"
 #include "containers.h"

@@ -18,6 +18,10 @@ void* dlOpen(const SWCharString& file, OsError& err);
 // The named symbol's address, or null.
 void* dlSymbol(void* handle, const char* name);
 void dlClose(void* handle);
+// The folder of the file this library was loaded from, with a trailing separator
+// ("/opt/lib/", "C:\\app\\"); empty when it cannot be told. Companion libraries that
+// lie beside the library are loaded from here, whatever the search path says.
+SWCharString dlOwnDirectory();
 
 } // namespace os
 } // namespace Vardo400

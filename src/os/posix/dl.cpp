@@ -55,5 +55,18 @@ void dlClose(void* handle)
     ::dlclose(handle);
 }
 
+SWCharString dlOwnDirectory()
+{
+    Dl_info info;
+    if (!::dladdr(reinterpret_cast<void*>(&dlOwnDirectory), &info) || !info.dli_fname)
+        return SWCharString();
+    const char* slash = std::strrchr(info.dli_fname, '/');
+    if (!slash)
+        return SWCharString();
+    std::vector<char> dir(info.dli_fname, slash + 1);
+    dir.push_back(0);
+    return fromBytes(dir.data());
+}
+
 } // namespace os
 } // namespace Vardo400

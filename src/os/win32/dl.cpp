@@ -39,5 +39,32 @@ void dlClose(void* handle)
     FreeLibrary(static_cast<HMODULE>(handle));
 }
 
+SWCharString dlOwnDirectory()
+{
+    HMODULE self = NULL;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            reinterpret_cast<LPCWSTR>(&dlOwnDirectory), &self))
+        return SWCharString();
+    std::vector<wchar_t> path(MAX_PATH);
+    for (;;) {
+        DWORD n = GetModuleFileNameW(self, path.data(), static_cast<DWORD>(path.size()));
+        if (n == 0)
+            return SWCharString();
+        if (n < path.size())
+            break;
+        if (path.size() >= 32768)
+            return SWCharString();
+        path.resize(path.size() * 2);
+    }
+    size_t cut = 0;
+    for (size_t i = 0; path[i]; ++i)
+        if (path[i] == L'\\' || path[i] == L'/')
+            cut = i + 1;
+    if (cut == 0)
+        return SWCharString();
+    path[cut] = 0;
+    return SWCharString(reinterpret_cast<const unsigned short*>(path.data()));
+}
+
 } // namespace os
 } // namespace Vardo400
