@@ -36,5 +36,6 @@
 #include "sfilelock.h"
 #include "cparamlineargs.h"
 #include "configfilereader.h"
+#include "scompress.h"
 
 #endif
