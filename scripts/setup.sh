@@ -4,8 +4,9 @@ set -euo pipefail
 pkgs=(cmake ninja-build g++ pkg-config git python3 locales
       googletest libgtest-dev libbenchmark-dev unicode-data
       zlib1g-dev libssl-dev libsqlite3-dev libicu-dev libdw-dev clang
-      g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 sqlite3
-      libz-mingw-w64-dev gzip)
+      g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 sqlite3)
+# Compression: zlib for the Windows build (linked into the DLL), gzip for the interop tests.
+pkgs+=(libz-mingw-w64-dev gzip)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
