@@ -34,6 +34,12 @@ const uint64_t kMaxInflateRatio = 1032;
 const int kBinaryFlag = 0x8000;
 const int kOwnerReadWrite = SFile::ownerRMask | SFile::ownerWMask;
 
+// The header records 32 bits; unsigned long may be wider.
+bool fitsHeader(uint64_t length)
+{
+    return length <= 0xFFFFFFFFu;
+}
+
 ErrCode fromZlib(int code)
 {
     switch (code) {
@@ -225,7 +231,7 @@ SCompression::ErrCode SCompression::compress_buffer(const unsigned char* source,
                                                     int level, int memoryLevel)
 {
     resultLength = 0;
-    if (!source || length == 0 || !result || static_cast<uint64_t>(length) > 0xFFFFFFFFu) {
+    if (!source || length == 0 || !result || !fitsHeader(length)) {
         VARDO_ASSERT_TEXT("false");
         return invalidArguments;
     }

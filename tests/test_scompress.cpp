@@ -434,7 +434,7 @@ TEST_F(SCompressionFiles, PythonZlibInteroperates)
 
 TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
 {
-    const Bytes data = sample(3u << 20, 5);
+    const Bytes data = sample(1u << 20, 5);
     writeFile(at("data"), data);
     for (int level : {-1, 0, 1, 3, 9}) {
         for (int strategy : {0, 1, 2, 3, 4}) {
@@ -509,16 +509,21 @@ TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
         const char* name;
         Bytes content;
     };
+    ASSERT_GT(gz.size(), 100u);
+    // Flips one bit of a copy, counted from the end.
+    auto flipFromEnd = [&gz](size_t back) {
+        Bytes copy = gz;
+        copy.at(copy.size() - back) ^= 1;
+        return copy;
+    };
     std::vector<Case> cases;
+    // 1 MiB of output ends exactly where zlib's read buffer fills, the case in which its
+    // reader stops before it notices the missing length field.
     cases.push_back({"truncated-trailer", Bytes(gz.begin(), gz.end() - 4)});
     cases.push_back({"truncated-half", Bytes(gz.begin(), gz.begin() + gz.size() / 2)});
     cases.push_back({"header-only", Bytes(gz.begin(), gz.begin() + 10)});
-    Bytes crc = gz;
-    crc[crc.size() - 6] ^= 1;   // CRC-32 of the trailer
-    cases.push_back({"bad-crc", crc});
-    Bytes len = gz;
-    len[len.size() - 1] ^= 1;   // ISIZE of the trailer
-    cases.push_back({"bad-length", len});
+    cases.push_back({"bad-crc", flipFromEnd(6)});      // CRC-32 of the trailer
+    cases.push_back({"bad-length", flipFromEnd(1)});   // ISIZE of the trailer
     Bytes body = gz;
     body[body.size() / 2] ^= 0x40;
     cases.push_back({"corrupt-body", body});
@@ -574,7 +579,7 @@ TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
 TEST_F(SCompressionFiles, GzipInteroperates)
 {
     SKIP_WITHOUT_OUTSIDE_TOOLS();
-    const Bytes text = sample(8u << 20, 21);
+    const Bytes text = sample(2u << 20, 21);
     const Bytes noise = randomBytes(1u << 20, 22);
     writeFile(at("text"), text);
     writeFile(at("noise"), noise);
