@@ -358,6 +358,11 @@ SCompression::ErrCode SCompression::decompress_buffer(const SSimpleBuffer& sourc
         VARDO_ASSERT_TEXT("false");
         return outOfMemory;
     }
+    // A string ends at its first zero byte: data holding one would come back cut short.
+    if (bytes.size() && std::memchr(bytes.data(), 0, bytes.size())) {
+        traceCode("decompression failed, error code: %d", Z_DATA_ERROR);
+        return zlibError;
+    }
     SAsciiString text;
     if (bytes.size())
         text.concat(reinterpret_cast<const char*>(bytes.data()), static_cast<unsigned int>(bytes.size()));

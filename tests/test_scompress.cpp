@@ -247,6 +247,11 @@ TEST(SCompression, BufferFormatAndRoundTrips)
     SAsciiString textBack("old");
     ASSERT_EQ(SCompression::success, SCompression::decompress_buffer(zipped, textBack));
     EXPECT_EQ(text, textBack);
+    // Bytes a string cannot hold: refused, the string kept.
+    const Bytes binary = {'a', 'b', 0, 'c'};
+    ASSERT_EQ(SCompression::success, SCompression::compress_buffer(SSimpleBuffer(binary.data(), binary.size()), zipped));
+    EXPECT_EQ(SCompression::zlibError, SCompression::decompress_buffer(zipped, textBack));
+    EXPECT_EQ(text, textBack);
 }
 
 TEST(SCompression, InvalidArgumentsAssertAndFail)

@@ -97,7 +97,8 @@ public:
     static ErrCode decompress_buffer(const unsigned char* source, unsigned long length,
                                      unsigned char** result, unsigned long& resultLength);
     // The same over simple buffers and into the bytes of an ASCII string (the bytes are
-    // taken as they are). On failure the target is unchanged.
+    // taken as they are; data holding a zero byte, which a string cannot hold, gives -3
+    // rather than a string cut short). On failure the target is unchanged.
     static ErrCode decompress_buffer(const SSimpleBuffer& source, SSimpleBuffer& target);
     static ErrCode decompress_buffer(const SSimpleBuffer& source, SAsciiString& target);
 
