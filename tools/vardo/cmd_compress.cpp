@@ -137,6 +137,10 @@ int runGzip(const std::vector<std::string>& args)
     if (file.empty())
         return std::fputs(kGzipUsage, stderr), 2;
     const std::string target = file + ".gz";
+    if (!exists(file)) {
+        std::fprintf(stderr, "vardo gzip: %s: no such file\n", file.c_str());
+        return 1;
+    }
     if (!force && exists(target)) {
         std::fprintf(stderr, "vardo gzip: %s already exists (--force replaces it)\n", target.c_str());
         return 1;
@@ -181,6 +185,10 @@ int runGunzip(const std::vector<std::string>& args)
             return 2;
         }
         target = file.substr(0, file.size() - 3);
+    }
+    if (!exists(file)) {
+        std::fprintf(stderr, "vardo gunzip: %s: no such file\n", file.c_str());
+        return 1;
     }
     if (!force && exists(target)) {
         std::fprintf(stderr, "vardo gunzip: %s already exists (--force replaces it)\n", target.c_str());
