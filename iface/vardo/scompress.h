@@ -4,7 +4,8 @@
 // significant byte first, followed by a zlib stream (RFC 1950). This is the framing of
 // Qt's qCompress, and Python writes the same bytes with
 //     len(data).to_bytes(4, "big") + zlib.compress(data, level)
-// (for the default memory level the two are identical byte for byte).
+// (with the default memory level the two are identical byte for byte at levels 1 to 9;
+// at level 0 both store the data, in blocks of different sizes).
 // Compressed files are gzip files (RFC 1952), readable by gzip -d; decompress_file reads
 // any gzip file, also one of several concatenated members.
 //
