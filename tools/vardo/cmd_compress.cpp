@@ -111,6 +111,33 @@ bool wantsHelp(const std::vector<std::string>& args, const char* usage)
     return false;
 }
 
+// The steps gzip and gunzip share around the library call: the input must exist, the
+// output must not (unless forced); then the result line, and the check that a source
+// meant to be removed is gone. convert runs the library call.
+template <class Convert>
+int convertFile(const char* command, const std::string& file, const std::string& target, bool force, bool keep,
+                Convert convert)
+{
+    if (!exists(file)) {
+        std::fprintf(stderr, "vardo %s: %s: no such file\n", command, file.c_str());
+        return 1;
+    }
+    if (!force && exists(target)) {
+        std::fprintf(stderr, "vardo %s: %s already exists (--force replaces it)\n", command, target.c_str());
+        return 1;
+    }
+    const long long before = fileSize(file);
+    const int rc = convert();
+    if (rc != SCompression::success)
+        return fail(command, file, rc);
+    std::printf("%s: %s (%lld) -> %s (%lld)\n", command, file.c_str(), before, target.c_str(), fileSize(target));
+    if (!keep && exists(file)) {
+        std::fprintf(stderr, "vardo %s: %s could not be removed\n", command, file.c_str());
+        return 1;
+    }
+    return 0;
+}
+
 int runGzip(const std::vector<std::string>& args)
 {
     if (wantsHelp(args, kGzipUsage))
@@ -137,24 +164,9 @@ int runGzip(const std::vector<std::string>& args)
     if (file.empty())
         return std::fputs(kGzipUsage, stderr), 2;
     const std::string target = file + ".gz";
-    if (!exists(file)) {
-        std::fprintf(stderr, "vardo gzip: %s: no such file\n", file.c_str());
-        return 1;
-    }
-    if (!force && exists(target)) {
-        std::fprintf(stderr, "vardo gzip: %s already exists (--force replaces it)\n", target.c_str());
-        return 1;
-    }
-    const long long before = fileSize(file);
-    int rc = SCompression::compress_file(argToText(file), ansiPath(target), level, strategy, !keep);
-    if (rc != SCompression::success)
-        return fail("gzip", file, rc);
-    std::printf("gzip: %s (%lld) -> %s (%lld)\n", file.c_str(), before, target.c_str(), fileSize(target));
-    if (!keep && exists(file)) {
-        std::fprintf(stderr, "vardo gzip: %s could not be removed\n", file.c_str());
-        return 1;
-    }
-    return 0;
+    return convertFile("gzip", file, target, force, keep, [&] {
+        return SCompression::compress_file(argToText(file), ansiPath(target), level, strategy, !keep);
+    });
 }
 
 int runGunzip(const std::vector<std::string>& args)
@@ -186,24 +198,9 @@ int runGunzip(const std::vector<std::string>& args)
         }
         target = file.substr(0, file.size() - 3);
     }
-    if (!exists(file)) {
-        std::fprintf(stderr, "vardo gunzip: %s: no such file\n", file.c_str());
-        return 1;
-    }
-    if (!force && exists(target)) {
-        std::fprintf(stderr, "vardo gunzip: %s already exists (--force replaces it)\n", target.c_str());
-        return 1;
-    }
-    const long long before = fileSize(file);
-    int rc = SCompression::decompress_file(ansiPath(file), argToText(target), !keep);
-    if (rc != SCompression::success)
-        return fail("gunzip", file, rc);
-    std::printf("gunzip: %s (%lld) -> %s (%lld)\n", file.c_str(), before, target.c_str(), fileSize(target));
-    if (!keep && exists(file)) {
-        std::fprintf(stderr, "vardo gunzip: %s could not be removed\n", file.c_str());
-        return 1;
-    }
-    return 0;
+    return convertFile("gunzip", file, target, force, keep, [&] {
+        return SCompression::decompress_file(ansiPath(file), argToText(target), !keep);
+    });
 }
 
 // Reads a whole file into buffer; false with a message on failure.
