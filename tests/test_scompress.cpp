@@ -54,7 +54,9 @@ Bytes sample(size_t size, uint32_t seed = 1, bool mostlyRandom = false)
     out.reserve(size);
     while (out.size() < size) {
         if (((out.size() / 4096) % 8 == 7) != mostlyRandom) {
-            out.push_back(static_cast<unsigned char>(rng()));
+            const uint32_t r = rng();
+            for (int i = 0; i < 4 && out.size() < size; ++i)
+                out.push_back(static_cast<unsigned char>(r >> (8 * i)));
         } else {
             const char* w = words[rng() % 12];
             for (; *w && out.size() < size; ++w)
@@ -68,8 +70,8 @@ Bytes randomBytes(size_t size, uint32_t seed = 7)
 {
     std::mt19937 rng(seed);
     Bytes out(size);
-    for (auto& b : out)
-        b = static_cast<unsigned char>(rng());
+    for (size_t i = 0; i < size; ++i)
+        out[i] = static_cast<unsigned char>(rng() >> 24);
     return out;
 }
 
@@ -126,8 +128,11 @@ void writeFile(const fs::path& p, const Bytes& data)
 
 Bytes readFile(const fs::path& p)
 {
-    std::ifstream in(p, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::ifstream in(p, std::ios::binary | std::ios::ate);
+    Bytes out(in ? static_cast<size_t>(in.tellg()) : 0);
+    in.seekg(0);
+    in.read(reinterpret_cast<char*>(out.data()), static_cast<std::streamsize>(out.size()));
+    return out;
 }
 
 // Runs a shell command line (Linux only); its exit status.
