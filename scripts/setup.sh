@@ -6,6 +6,8 @@ pkgs=(cmake ninja-build g++ pkg-config git python3 locales
       zlib1g-dev libssl-dev libsqlite3-dev libicu-dev libdw-dev clang
       g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 sqlite3
       libgcrypt-mingw-w64-dev libgpg-error-mingw-w64-dev openssl)
+# Compression: zlib for the Windows build (linked into the DLL), gzip for the interop tests.
+pkgs+=(libz-mingw-w64-dev gzip)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

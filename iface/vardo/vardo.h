@@ -39,5 +39,6 @@
 #include "configfilereader.h"
 #include "seventlog.h"
 #include "sstackwalk.h"
+#include "scompress.h"
 
 #endif

@@ -1,0 +1,647 @@
+// SCompression: the buffer format and its results, the meaning of the tuning integer,
+// interoperability with Python's zlib and with gzip, and files that are bad or cut short.
+#include "vardo/scompress.h"
+#include "vardo/simplebuffer.h"
+#include "vardo/sfile.h"
+
+#include "assert_capture.h"
+#include "sfile_test_support.h"
+#include "vardo_gtest.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+using namespace Vardo400;
+namespace fs = std::filesystem;
+typedef std::vector<unsigned char> Bytes;
+
+namespace {
+
+SWCharString W(const std::string& utf8)
+{
+    SWCharString s;
+    if (!utf8.empty())
+        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()), static_cast<unsigned int>(utf8.size()));
+    return s;
+}
+
+std::string pathU8(const fs::path& p)
+{
+    auto s = p.u8string();
+    return std::string(s.begin(), s.end());
+}
+
+// Text-like bytes (words from a small vocabulary, about 3:1 under deflate) with every
+// eighth block of 4 KiB random, so both matching and literal coding are exercised; or,
+// mostlyRandom, the other way round (level 9 on tens of megabytes of such repetitive
+// text would spend most of a minute in its match search).
+Bytes sample(size_t size, uint32_t seed = 1, bool mostlyRandom = false)
+{
+    static const char* const words[] = {"alpha ", "report ", "server ", "quarter ", "revenue ", "cube ",
+                                        "metric\n", "2026 ", "total ", "region ", "Z\t", "ok "};
+    std::mt19937 rng(seed);
+    Bytes out;
+    out.reserve(size);
+    while (out.size() < size) {
+        if (((out.size() / 4096) % 8 == 7) != mostlyRandom) {
+            const uint32_t r = rng();
+            for (int i = 0; i < 4 && out.size() < size; ++i)
+                out.push_back(static_cast<unsigned char>(r >> (8 * i)));
+        } else {
+            const char* w = words[rng() % 12];
+            for (; *w && out.size() < size; ++w)
+                out.push_back(static_cast<unsigned char>(*w));
+        }
+    }
+    return out;
+}
+
+Bytes randomBytes(size_t size, uint32_t seed = 7)
+{
+    std::mt19937 rng(seed);
+    Bytes out(size);
+    for (size_t i = 0; i < size; ++i)
+        out[i] = static_cast<unsigned char>(rng() >> 24);
+    return out;
+}
+
+// Compresses with the raw form; an empty result on failure.
+SCompression::ErrCode pack(const Bytes& in, Bytes& out, int level = SCompression::SC_DEFAULT_COMPRESSION,
+                           int memLevel = SCompression::SC_DEFAULTZL_MEMORY_LEVEL)
+{
+    unsigned char* p = nullptr;
+    unsigned long n = 0;
+    SCompression::ErrCode rc = SCompression::compress_buffer(in.empty() ? nullptr : in.data(),
+                                                             static_cast<unsigned long>(in.size()), &p, n, level,
+                                                             memLevel);
+    out.assign(p, p + (p ? n : 0));
+    SCompression::free_buffer(p);
+    return rc;
+}
+
+SCompression::ErrCode unpack(const Bytes& in, Bytes& out)
+{
+    unsigned char* p = nullptr;
+    unsigned long n = 0;
+    SCompression::ErrCode rc =
+        SCompression::decompress_buffer(in.data(), static_cast<unsigned long>(in.size()), &p, n);
+    EXPECT_TRUE(rc == SCompression::success || (p == nullptr && n == 0)) << "failure leaves no result";
+    out.assign(p, p + (p ? n : 0));
+    SCompression::free_buffer(p);
+    return rc;
+}
+
+// The reference: zlib itself with the memory level in deflateInit2, framed.
+Bytes reference(const Bytes& in, int level, int memLevel)
+{
+    z_stream s;
+    std::memset(&s, 0, sizeof s);
+    EXPECT_EQ(Z_OK, deflateInit2(&s, level, Z_DEFLATED, MAX_WBITS, memLevel, Z_DEFAULT_STRATEGY));
+    Bytes out(deflateBound(&s, in.size()) + 4);
+    s.next_in = const_cast<Bytef*>(in.data());
+    s.avail_in = static_cast<uInt>(in.size());
+    s.next_out = out.data() + 4;
+    s.avail_out = static_cast<uInt>(out.size() - 4);
+    EXPECT_EQ(Z_STREAM_END, deflate(&s, Z_FINISH));
+    out.resize(4 + s.total_out);
+    deflateEnd(&s);
+    const uint32_t n = static_cast<uint32_t>(in.size());
+    out[0] = n >> 24, out[1] = (n >> 16) & 0xFF, out[2] = (n >> 8) & 0xFF, out[3] = n & 0xFF;
+    return out;
+}
+
+void writeFile(const fs::path& p, const Bytes& data)
+{
+    std::ofstream out(p, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
+}
+
+Bytes readFile(const fs::path& p)
+{
+    std::ifstream in(p, std::ios::binary | std::ios::ate);
+    Bytes out(in ? static_cast<size_t>(in.tellg()) : 0);
+    in.seekg(0);
+    in.read(reinterpret_cast<char*>(out.data()), static_cast<std::streamsize>(out.size()));
+    return out;
+}
+
+// Runs a shell command line (Linux only); its exit status.
+int run(const std::string& command)
+{
+    // A wait status: the exit code in the second byte, a signal number in the low bits.
+    const int rc = std::system(command.c_str());
+    return rc == -1 || (rc & 0x7F) ? 128 : (rc >> 8) & 0xFF;
+}
+
+bool haveTool(const char* path)
+{
+    return fs::exists(path);
+}
+
+class SCompressionFiles : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::random_device rd;
+        for (int i = 0; i < 100 && m_dir.empty(); ++i) {
+            fs::path p = fs::temp_directory_path() / ("vardo_zip_" + std::to_string(rd()));
+            if (fs::create_directory(p))
+                m_dir = p;
+        }
+        ASSERT_FALSE(m_dir.empty());
+    }
+    void TearDown() override
+    {
+        std::error_code ec;
+        fs::remove_all(m_dir, ec);
+    }
+    fs::path at(const std::string& name) const { return m_dir / name; }
+    SWCharString w(const std::string& name) const { return W(pathU8(at(name))); }
+    SAnsiString a(const std::string& name) const { return SAnsiString(pathU8(at(name)).c_str()); }
+    std::string q(const std::string& name) const { return "'" + pathU8(at(name)) + "'"; }
+    // Interop with Linux programs runs natively only: a Windows build under Wine has no
+    // way to start them.
+    bool skipOutsideTools()
+    {
+        if (vardo_test::onWindows())
+            return true;
+        return !haveTool("/usr/bin/python3") || !haveTool("/bin/gzip");
+    }
+
+    fs::path m_dir;
+};
+
+#define SKIP_WITHOUT_OUTSIDE_TOOLS()                                                                   \
+    do {                                                                                               \
+        if (skipOutsideTools())                                                                        \
+            GTEST_SKIP() << "runs natively on Linux only, with /usr/bin/python3 and /bin/gzip (the "   \
+                            "Windows build under Wine cannot start Linux programs); round trips of "   \
+                            "the same code run on every platform";                                     \
+    } while (0)
+
+} // namespace
+
+TEST(SCompression, ConstantsAndCodes)
+{
+    EXPECT_EQ(0, SCompression::SC_NO_COMPRESSION);
+    EXPECT_EQ(1, SCompression::SC_BEST_SPEED);
+    EXPECT_EQ(9, SCompression::SC_BEST_COMPRESSION);
+    EXPECT_EQ(3, SCompression::SC_DEFAULT_COMPRESSION);
+    EXPECT_EQ(0, SCompression::SC_DEFAULT_STRATEGY);
+    EXPECT_EQ(1, SCompression::SC_FILTERED);
+    EXPECT_EQ(2, SCompression::SC_HUFFMAN_ONLY);
+    EXPECT_EQ(8, SCompression::SC_DEFAULTZL_MEMORY_LEVEL);
+    EXPECT_EQ(4, SCompression::SC_EFFICIENT_MEMORY_LEVEL);
+    EXPECT_EQ(0, SCompression::success);
+    EXPECT_EQ(-1, SCompression::bufferTooSmall);
+    EXPECT_EQ(-2, SCompression::outOfMemory);
+    EXPECT_EQ(-3, SCompression::zlibError);
+    EXPECT_EQ(-4, SCompression::invalidArguments);
+
+    const unsigned char digits[] = "123456789";
+    EXPECT_EQ(0xCBF43926ul, SCompression::crc32(0, digits, 9));
+    unsigned long crc = SCompression::crc32(0, digits, 4);
+    EXPECT_EQ(0xCBF43926ul, SCompression::crc32(crc, digits + 4, 5));
+    EXPECT_EQ(0ul, SCompression::crc32(0, nullptr, 0));
+
+    unsigned char* p = SCompression::alloc_buffer(0);
+    EXPECT_NE(nullptr, p);
+    SCompression::free_buffer(p);
+    EXPECT_EQ(nullptr, p);
+    SCompression::free_buffer(p);   // null is left alone
+    EXPECT_EQ(nullptr, SCompression::alloc_buffer(-1));
+}
+
+TEST(SCompression, BufferFormatAndRoundTrips)
+{
+    Bytes in = sample(1000), packed, back;
+    ASSERT_EQ(SCompression::success, pack(in, packed));
+    ASSERT_GE(packed.size(), 6u);
+    EXPECT_EQ((Bytes{0x00, 0x00, 0x03, 0xE8}), Bytes(packed.begin(), packed.begin() + 4));
+    EXPECT_EQ(0x78, packed[4]) << "a zlib stream follows the header";
+    EXPECT_EQ(packed, reference(in, 3, 8)) << "level 3 and memory level 8 by default";
+    ASSERT_EQ(SCompression::success, unpack(packed, back));
+    EXPECT_EQ(in, back);
+
+    // Every level, zlib's default marker, one byte, incompressible data.
+    for (int level = -1; level <= 9; ++level) {
+        for (const Bytes& data : {sample(70000, level + 2), randomBytes(70000), Bytes(1, 'x')}) {
+            ASSERT_EQ(SCompression::success, pack(data, packed, level)) << level;
+            EXPECT_EQ(packed, reference(data, level, 8)) << level;
+            ASSERT_EQ(SCompression::success, unpack(packed, back)) << level;
+            EXPECT_EQ(data, back) << level;
+        }
+    }
+
+    // Simple buffers and ASCII strings; the target's old content is replaced.
+    SSimpleBuffer src(in.data(), in.size()), zipped(Bytes(10, 'q').data(), 10), plain;
+    ASSERT_EQ(SCompression::success, SCompression::compress_buffer(src, zipped));
+    EXPECT_EQ(reference(in, 3, 8), Bytes(zipped.data(), zipped.data() + zipped.size()));
+    ASSERT_EQ(SCompression::success, SCompression::decompress_buffer(zipped, plain));
+    EXPECT_TRUE(plain == src);
+    SAsciiString text("The quarter's revenue, region by region, region by region.");
+    ASSERT_EQ(SCompression::success, SCompression::compress_buffer(text, zipped, 9, 4));
+    SAsciiString textBack("old");
+    ASSERT_EQ(SCompression::success, SCompression::decompress_buffer(zipped, textBack));
+    EXPECT_EQ(text, textBack);
+    // Bytes a string cannot hold: refused, the string kept.
+    const Bytes binary = {'a', 'b', 0, 'c'};
+    ASSERT_EQ(SCompression::success, SCompression::compress_buffer(SSimpleBuffer(binary.data(), binary.size()), zipped));
+    EXPECT_EQ(SCompression::zlibError, SCompression::decompress_buffer(zipped, textBack));
+    EXPECT_EQ(text, textBack);
+}
+
+TEST(SCompression, InvalidArgumentsAssertAndFail)
+{
+    vardo_test::AssertCapture capture;
+    const unsigned char byte = 'x';
+    unsigned char* p = nullptr;
+    unsigned long n = 99;
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_buffer(nullptr, 1, &p, n));
+    EXPECT_EQ(0ul, n);
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_buffer(&byte, 0, &p, n));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_buffer(&byte, 1, nullptr, n));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_buffer(nullptr, 8, &p, n));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_buffer(&byte, 1, &p, n));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_buffer(&byte, 0, &p, n));
+    EXPECT_EQ(nullptr, p);
+    EXPECT_EQ(std::vector<std::string>(6, "false"), vardo_test::AssertCapture::seen());
+
+    // Empty simple buffers and strings are zero lengths; the target stays as it was.
+    SSimpleBuffer empty, target("keep", 4);
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_buffer(empty, target));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_buffer(SAsciiString(), target));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_buffer(empty, target));
+    EXPECT_TRUE(target == SSimpleBuffer("keep", 4));
+    // No assertion on success: a valid call raises none.
+    vardo_test::AssertCapture::seen().clear();
+    EXPECT_EQ(SCompression::success, SCompression::compress_buffer(SAsciiString("abc"), target));
+    EXPECT_TRUE(vardo_test::AssertCapture::seen().empty());
+}
+
+// The second integer is zlib's memLevel: the output equals deflateInit2 with that memory
+// level, byte for byte, over its whole range; outside it zlib refuses (-3). The strategy
+// constants, read as memory levels, keep that meaning: 0 is refused.
+TEST(SCompression, SecondIntegerIsTheMemoryLevel)
+{
+    const Bytes text = sample(300000, 3), noise = randomBytes(100000);
+    Bytes packed, back;
+    for (int memLevel = 1; memLevel <= 9; ++memLevel) {
+        for (int level : {0, 1, 3, 9}) {
+            for (const Bytes* data : {&text, &noise}) {
+                ASSERT_EQ(SCompression::success, pack(*data, packed, level, memLevel)) << level << "/" << memLevel;
+                EXPECT_EQ(reference(*data, level, memLevel), packed) << level << "/" << memLevel;
+                ASSERT_EQ(SCompression::success, unpack(packed, back));
+                EXPECT_EQ(*data, back);
+            }
+        }
+    }
+    // A smaller memory level gives different output: the argument is not ignored.
+    Bytes m8, m1;
+    ASSERT_EQ(SCompression::success, pack(text, m8, 6, 8));
+    ASSERT_EQ(SCompression::success, pack(text, m1, 6, 1));
+    EXPECT_NE(m8, m1);
+
+    // Edges of the memory level and of the level: refused by zlib.
+    for (int memLevel : {0, 10, -1, 1000})
+        EXPECT_EQ(SCompression::zlibError, pack(text, packed, 3, memLevel)) << memLevel;
+    for (int level : {-2, 10, 100})
+        EXPECT_EQ(SCompression::zlibError, pack(text, packed, level, 8)) << level;
+    EXPECT_TRUE(packed.empty());
+
+    // The strategy constants as the second integer: SC_DEFAULT_STRATEGY (0) is no memory
+    // level; SC_FILTERED (1) and SC_HUFFMAN_ONLY (2) act as memory levels 1 and 2, not as
+    // strategies (a Huffman-only stream would be different and larger).
+    EXPECT_EQ(SCompression::zlibError, pack(text, packed, 3, SCompression::SC_DEFAULT_STRATEGY));
+    ASSERT_EQ(SCompression::success, pack(text, packed, 3, SCompression::SC_HUFFMAN_ONLY));
+    EXPECT_EQ(reference(text, 3, 2), packed);
+    z_stream s;
+    std::memset(&s, 0, sizeof s);
+    ASSERT_EQ(Z_OK, deflateInit2(&s, 3, Z_DEFLATED, MAX_WBITS, 8, Z_HUFFMAN_ONLY));
+    Bytes huff(deflateBound(&s, text.size()));
+    s.next_in = const_cast<Bytef*>(text.data());
+    s.avail_in = static_cast<uInt>(text.size());
+    s.next_out = huff.data();
+    s.avail_out = static_cast<uInt>(huff.size());
+    ASSERT_EQ(Z_STREAM_END, deflate(&s, Z_FINISH));
+    huff.resize(s.total_out);
+    deflateEnd(&s);
+    EXPECT_NE(Bytes(packed.begin() + 4, packed.end()), huff);
+
+    // Memory level 1 on random data needs more than length * 1.001 + 13 (many stored
+    // blocks): the output is sized by zlib's bound, so the call still fits.
+    const Bytes big = randomBytes(1 << 20, 11);
+    ASSERT_EQ(SCompression::success, pack(big, packed, 9, 1));
+    EXPECT_GT(packed.size(), big.size() + big.size() / 1000 + 13 + 4);
+    ASSERT_EQ(SCompression::success, unpack(packed, back));
+    EXPECT_EQ(big, back);
+}
+
+TEST(SCompression, BadBuffersAreRefused)
+{
+    const Bytes in = sample(5000);
+    Bytes packed, back;
+    ASSERT_EQ(SCompression::success, pack(in, packed));
+
+    // A changed stream byte: a data error (or a check-value mismatch).
+    for (size_t at : {size_t(4), size_t(5), packed.size() / 2, packed.size() - 1}) {
+        Bytes bad = packed;
+        bad[at] ^= 0x55;
+        EXPECT_EQ(SCompression::zlibError, unpack(bad, back)) << at;
+    }
+    // A recorded length too small for the data: -1; larger than the data: -3.
+    Bytes small = packed;
+    small[2] = 0;   // 5000 -> 136
+    EXPECT_EQ(SCompression::bufferTooSmall, unpack(small, back));
+    Bytes large = packed;
+    large[2] += 1;
+    EXPECT_EQ(SCompression::zlibError, unpack(large, back));
+    // Cut short, or with bytes after the stream.
+    EXPECT_EQ(SCompression::zlibError, unpack(Bytes(packed.begin(), packed.end() - 3), back));
+    EXPECT_EQ(SCompression::zlibError, unpack(Bytes(packed.begin(), packed.begin() + 4), back));
+    Bytes trailing = packed;
+    trailing.push_back(0);
+    EXPECT_EQ(SCompression::zlibError, unpack(trailing, back));
+
+    // A 4 GB claim on a 30-byte buffer: refused before any allocation (an attempt would
+    // fail with -2, or take gigabytes).
+    Bytes claim(packed.begin(), packed.begin() + 30);
+    claim[0] = claim[1] = claim[2] = claim[3] = 0xFF;
+    EXPECT_EQ(SCompression::zlibError, unpack(claim, back));
+    // Just above and at the 1032:1 limit for this stream size.
+    const uint32_t limit = 26u * 1032u;
+    for (uint32_t c : {limit + 1, limit}) {
+        claim[0] = c >> 24, claim[1] = (c >> 16) & 0xFF, claim[2] = (c >> 8) & 0xFF, claim[3] = c & 0xFF;
+        EXPECT_EQ(SCompression::zlibError, unpack(claim, back)) << c;
+    }
+
+    // The densest streams zlib makes still pass the limit: 64 MiB of zeros at every level.
+    const Bytes zeros(64u << 20, 0);
+    for (int level : {1, 3, 9}) {
+        ASSERT_EQ(SCompression::success, pack(zeros, packed, level)) << level;
+        ASSERT_EQ(SCompression::success, unpack(packed, back)) << level;
+        EXPECT_TRUE(back == zeros) << level;
+    }
+    // A recorded length of 0 with the stream of nothing: an empty result.
+    Bytes nothing = reference(Bytes(), 3, 8);
+    ASSERT_EQ(SCompression::success, unpack(nothing, back));
+    EXPECT_TRUE(back.empty());
+    SSimpleBuffer zipped(nothing.data(), nothing.size()), out("x", 1);
+    EXPECT_EQ(SCompression::success, SCompression::decompress_buffer(zipped, out));
+    EXPECT_EQ(0u, out.size());
+}
+
+// Python's zlib frames the same bytes for every level; each side reads the other's.
+TEST_F(SCompressionFiles, PythonZlibInteroperates)
+{
+    SKIP_WITHOUT_OUTSIDE_TOOLS();
+    const std::string script = std::string("/usr/bin/python3 '") + VARDO_TEST_SOURCE_DIR + "/zlib_interop.py'";
+    const std::vector<size_t> sizes = {0, 1, 1000, 65537, 1u << 20, 64u << 20};
+    std::string frameArgs, checkArgs;
+    for (size_t size : sizes) {
+        const Bytes data = sample(size, static_cast<uint32_t>(size), size > (1u << 20));
+        const std::string in = "in" + std::to_string(size);
+        writeFile(at(in), data);
+        for (int level : {0, 1, 3, 9}) {
+            const std::string tag = std::to_string(size) + "_" + std::to_string(level);
+            frameArgs += " " + std::to_string(level) + " " + q(in) + " " + q("py" + tag);
+            if (size == 0)
+                continue;   // the library refuses to compress nothing
+            Bytes packed;
+            ASSERT_EQ(SCompression::success, pack(data, packed, level)) << tag;
+            writeFile(at("lib" + tag), packed);
+            checkArgs += " " + q(in) + " " + q("lib" + tag);
+        }
+    }
+    // Python reads what the library wrote.
+    EXPECT_EQ(0, run(script + " check" + checkArgs));
+    // The library reads what Python wrote, and both wrote the very same bytes.
+    ASSERT_EQ(0, run(script + " frame" + frameArgs));
+    for (size_t size : sizes) {
+        const Bytes data = readFile(at("in" + std::to_string(size)));
+        for (int level : {0, 1, 3, 9}) {
+            const std::string tag = std::to_string(size) + "_" + std::to_string(level);
+            const Bytes framed = readFile(at("py" + tag));
+            Bytes back;
+            ASSERT_EQ(SCompression::success, unpack(framed, back)) << tag;
+            EXPECT_TRUE(back == data) << tag;
+            // Stored blocks (level 0) follow the compressor's output piece size, so only
+            // the compressing levels are equal byte for byte.
+            if (size && level > 0) {
+                EXPECT_TRUE(framed == readFile(at("lib" + tag))) << tag;
+            }
+        }
+    }
+}
+
+TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
+{
+    const Bytes data = sample(1u << 20, 5);
+    writeFile(at("data"), data);
+    for (int level : {-1, 0, 1, 3, 9}) {
+        for (int strategy : {0, 1, 2, 3, 4}) {
+            const std::string gz = "data" + std::to_string(level) + std::to_string(strategy) + ".gz";
+            ASSERT_EQ(SCompression::success, SCompression::compress_file(w("data"), a(gz), level, strategy))
+                << gz;
+            ASSERT_EQ(SCompression::success, SCompression::decompress_file(a(gz), w("back"))) << gz;
+            EXPECT_TRUE(readFile(at("back")) == data) << gz;
+        }
+    }
+    const uintmax_t size1 = fs::file_size(at("data13.gz")), size0 = fs::file_size(at("data03.gz"));
+    EXPECT_LT(size1, size0) << "level 0 stores";
+
+    // An empty file compresses to a valid gzip file of nothing and back.
+    writeFile(at("empty"), Bytes());
+    ASSERT_EQ(SCompression::success, SCompression::compress_file(w("empty"), a("empty.gz")));
+    EXPECT_GT(fs::file_size(at("empty.gz")), 0u);
+    ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("empty.gz"), w("empty.out")));
+    EXPECT_EQ(0u, fs::file_size(at("empty.out")));
+
+    // A UTF-16 name with characters beyond Latin-1, on the library's UTF-16 side.
+    const std::string name = "r\xC3\xA9sum\xC3\xA9 \xE2\x82\xAC \xE6\x97\xA5.txt";
+    writeFile(fs::u8path(pathU8(at(name))), data);
+    ASSERT_EQ(SCompression::success, SCompression::compress_file(w(name), a("u.gz"), 1));
+    ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("u.gz"), w(name + ".back")));
+    EXPECT_TRUE(readFile(fs::u8path(pathU8(at(name + ".back")))) == data);
+
+    // Removing the source on request.
+    writeFile(at("gone"), data);
+    ASSERT_EQ(SCompression::success, SCompression::compress_file(w("gone"), a("gone.gz"), 3, 0, true));
+    EXPECT_FALSE(fs::exists(at("gone")));
+    ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("gone.gz"), w("gone"), true));
+    EXPECT_FALSE(fs::exists(at("gone.gz")));
+    EXPECT_TRUE(readFile(at("gone")) == data);
+
+    // Arguments: nothing is created.
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), 10, 0));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), -2, 0));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), 3, 5));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), 3, -1));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(SWCharString(), a("x.gz")));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), SAnsiString()));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_file(SAnsiString(), w("x")));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_file(a("data13.gz"), SWCharString()));
+    EXPECT_FALSE(fs::exists(at("x.gz")));
+    // A target naming the source would truncate it before reading.
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("data")));
+    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_file(a("data13.gz"), w("data13.gz")));
+    EXPECT_TRUE(readFile(at("data")) == data);
+
+    // Missing source, unwritable target: -3, nothing left behind, the source kept.
+    EXPECT_EQ(SCompression::zlibError, SCompression::compress_file(w("missing"), a("m.gz")));
+    EXPECT_FALSE(fs::exists(at("m.gz")));
+    EXPECT_EQ(SCompression::zlibError, SCompression::compress_file(w("data"), a("no/dir.gz"), 3, 0, true));
+    EXPECT_TRUE(fs::exists(at("data")));
+    EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("missing.gz"), w("m")));
+    EXPECT_FALSE(fs::exists(at("m")));
+    EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("data13.gz"), w("no/dir"), true));
+    EXPECT_TRUE(fs::exists(at("data13.gz")));
+}
+
+// Bad gzip files fail, and the target they were writing is removed; a failing write or
+// read on the way does the same.
+TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
+{
+    const Bytes data = sample(1u << 20, 9);
+    writeFile(at("data"), data);
+    ASSERT_EQ(SCompression::success, SCompression::compress_file(w("data"), a("good.gz"), 6));
+    const Bytes gz = readFile(at("good.gz"));
+
+    struct Case {
+        const char* name;
+        Bytes content;
+    };
+    ASSERT_GT(gz.size(), 100u);
+    // Flips one bit of a copy, counted from the end.
+    auto flipFromEnd = [&gz](size_t back) {
+        Bytes copy = gz;
+        copy.at(copy.size() - back) ^= 1;
+        return copy;
+    };
+    std::vector<Case> cases;
+    // 1 MiB of output ends exactly where zlib's read buffer fills, the case in which its
+    // reader stops before it notices the missing length field.
+    cases.push_back({"truncated-trailer", Bytes(gz.begin(), gz.end() - 4)});
+    cases.push_back({"truncated-half", Bytes(gz.begin(), gz.begin() + gz.size() / 2)});
+    cases.push_back({"header-only", Bytes(gz.begin(), gz.begin() + 10)});
+    cases.push_back({"bad-crc", flipFromEnd(6)});      // CRC-32 of the trailer
+    cases.push_back({"bad-length", flipFromEnd(1)});   // ISIZE of the trailer
+    Bytes body = gz;
+    body[body.size() / 2] ^= 0x40;
+    cases.push_back({"corrupt-body", body});
+    cases.push_back({"not-gzip", data});
+    cases.push_back({"empty", Bytes()});
+    cases.push_back({"one-byte", Bytes(1, 0x1F)});
+    Bytes second = gz;
+    second.insert(second.end(), gz.begin(), gz.begin() + gz.size() / 3);
+    cases.push_back({"second-member-truncated", second});
+
+    for (const Case& c : cases) {
+        const std::string src = std::string(c.name) + ".gz", out = std::string(c.name) + ".out";
+        writeFile(at(src), c.content);
+        EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a(src), w(out), true)) << c.name;
+        EXPECT_FALSE(fs::exists(at(out))) << c.name;
+        EXPECT_TRUE(fs::exists(at(src))) << c.name << ": the source is kept on failure";
+    }
+
+    // A target that already existed is not left holding a partial copy either.
+    writeFile(at("old.out"), Bytes(100, 'o'));
+    EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("truncated-half.gz"), w("old.out")));
+    EXPECT_FALSE(fs::exists(at("old.out")));
+
+    // Stray bytes after the last member are ignored, as gzip does.
+    Bytes garbage = gz;
+    garbage.push_back(0);
+    garbage.push_back(0);
+    writeFile(at("garbage.gz"), garbage);
+    EXPECT_EQ(SCompression::success, SCompression::decompress_file(a("garbage.gz"), w("garbage.out")));
+    EXPECT_TRUE(readFile(at("garbage.out")) == data);
+
+    // Failing reads and writes of the library's own descriptors: the partial output goes.
+    if (vardo_test::faultsAvailable()) {
+        vardo_test::injectFault(vardo_test::Fault::write, ENOSPC, 3);
+        EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("good.gz"), w("full.out")));
+        vardo_test::injectFault(vardo_test::Fault::write, 0);
+        EXPECT_FALSE(fs::exists(at("full.out")));
+        vardo_test::injectFault(vardo_test::Fault::read, EIO, 10);
+        EXPECT_EQ(SCompression::zlibError, SCompression::compress_file(w("data"), a("eio.gz")));
+        vardo_test::injectFault(vardo_test::Fault::read, 0);
+        EXPECT_FALSE(fs::exists(at("eio.gz")));
+    }
+
+    // A full device: gz writes fail (at the latest when zlib closes the file), the device is
+    // not removed.
+    if (!vardo_test::onWindows() && fs::exists("/dev/full")) {
+        EXPECT_EQ(SCompression::zlibError, SCompression::compress_file(w("data"), SAnsiString("/dev/full")));
+        EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("good.gz"), W("/dev/full")));
+        EXPECT_TRUE(fs::exists("/dev/full"));
+    }
+}
+
+// gzip reads every file compress_file writes; decompress_file reads gzip's files, also
+// several members in one file; gzip and the library agree on bad files.
+TEST_F(SCompressionFiles, GzipInteroperates)
+{
+    SKIP_WITHOUT_OUTSIDE_TOOLS();
+    const Bytes text = sample(2u << 20, 21);
+    const Bytes noise = randomBytes(1u << 20, 22);
+    writeFile(at("text"), text);
+    writeFile(at("noise"), noise);
+    writeFile(at("empty"), Bytes());
+    writeFile(at("one"), Bytes(1, 'z'));
+    for (const char* in : {"text", "noise", "empty", "one"}) {
+        for (int level : {-1, 0, 1, 3, 9}) {
+            for (int strategy : {0, 1, 2, 3, 4}) {
+                const std::string tag = std::string(in) + std::to_string(level) + std::to_string(strategy);
+                ASSERT_EQ(SCompression::success,
+                          SCompression::compress_file(w(in), a(tag + ".gz"), level, strategy)) << tag;
+                ASSERT_EQ(0, run("gzip -t " + q(tag + ".gz") + " && gzip -d -c " + q(tag + ".gz") + " > " +
+                                 q(tag + ".gunzip")))
+                    << tag;
+                EXPECT_TRUE(readFile(at(tag + ".gunzip")) == readFile(at(in))) << tag;
+            }
+        }
+    }
+
+    // gzip's own files at its fastest and best, and with a stored name.
+    for (const char* in : {"text", "noise", "empty", "one"}) {
+        for (const char* level : {"-1", "-9"}) {
+            const std::string gz = std::string(in) + level + ".gz";
+            ASSERT_EQ(0, run(std::string("gzip ") + level + " -c " + q(in) + " > " + q(gz)));
+            ASSERT_EQ(SCompression::success, SCompression::decompress_file(a(gz), w(gz + ".out"))) << gz;
+            EXPECT_TRUE(readFile(at(gz + ".out")) == readFile(at(in))) << gz;
+        }
+    }
+    ASSERT_EQ(0, run("cp " + q("text") + " " + q("named") + " && gzip -N -9 " + q("named")));
+    ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("named.gz"), w("named.out")));
+    EXPECT_TRUE(readFile(at("named.out")) == text);
+
+    // Several members: gzip's, the library's and a member of nothing, concatenated.
+    ASSERT_EQ(0, run("cat " + q("text-1.gz") + " " + q("noise03.gz") + " " + q("empty-9.gz") + " " +
+                     q("one93.gz") + " > " + q("multi.gz")));
+    ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("multi.gz"), w("multi.out")));
+    Bytes all = text;
+    all.insert(all.end(), noise.begin(), noise.end());
+    all.push_back('z');
+    EXPECT_TRUE(readFile(at("multi.out")) == all);
+    ASSERT_EQ(0, run("gzip -d -c " + q("multi.gz") + " > " + q("multi.gunzip")));
+    EXPECT_TRUE(readFile(at("multi.gunzip")) == all);
+
+    // A file gzip calls truncated or corrupt fails here too, and leaves nothing behind.
+    const Bytes gz = readFile(at("text-9.gz"));
+    writeFile(at("cut.gz"), Bytes(gz.begin(), gz.end() - 1));
+    EXPECT_NE(0, run("gzip -t " + q("cut.gz") + " 2>/dev/null"));
+    EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("cut.gz"), w("cut.out")));
+    EXPECT_FALSE(fs::exists(at("cut.out")));
+}
