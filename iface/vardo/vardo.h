@@ -36,5 +36,7 @@
 #include "sfilelock.h"
 #include "cparamlineargs.h"
 #include "configfilereader.h"
+#include "slogger.h"
+#include "sloggerplugin.h"
 
 #endif

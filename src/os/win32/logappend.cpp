@@ -1,0 +1,96 @@
+// Shared log appends on Windows: LockFileEx on a byte far beyond any log's end (so
+// writes of other handles are never refused), file identity by volume and index, and
+// MoveFileExW without MOVEFILE_REPLACE_EXISTING. Windows refuses to rename a file that
+// any handle holds open; that is reported as EBUSY so the caller can close and retry.
+#include "os/os_logappend.h"
+
+#include "vardo/sstring.h"
+
+#include <cerrno>
+
+#include <io.h>
+#include <windows.h>
+
+namespace Vardo400 {
+namespace os {
+
+namespace {
+
+const wchar_t* widePath(const SWCharString& path)
+{
+    return reinterpret_cast<const wchar_t*>(path.data());
+}
+
+HANDLE osHandle(int fd)
+{
+    return reinterpret_cast<HANDLE>(::_get_osfhandle(fd));
+}
+
+int errnoOf(DWORD e)
+{
+    switch (e) {
+    case ERROR_ALREADY_EXISTS:
+    case ERROR_FILE_EXISTS:
+        return EEXIST;
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+        return EBUSY;
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+        return ENOENT;
+    case ERROR_ACCESS_DENIED:
+        return EACCES;
+    default:
+        return EIO;
+    }
+}
+
+} // namespace
+
+bool appendLock(int fd)
+{
+    HANDLE h = osHandle(fd);
+    if (h == INVALID_HANDLE_VALUE) {
+        errno = EBADF;
+        return false;
+    }
+    OVERLAPPED at = {};
+    at.Offset = 0xFFFFFFFEu;
+    at.OffsetHigh = 0x7FFFFFFFu;
+    if (!::LockFileEx(h, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &at)) {
+        errno = errnoOf(::GetLastError());
+        return false;
+    }
+    return true;
+}
+
+bool appendIsCurrent(int fd, const SWCharString& path)
+{
+    HANDLE h = osHandle(fd);
+    BY_HANDLE_FILE_INFORMATION open, named;
+    if (h == INVALID_HANDLE_VALUE || !::GetFileInformationByHandle(h, &open))
+        return true;
+    HANDLE n = ::CreateFileW(widePath(path), 0,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (n == INVALID_HANDLE_VALUE)
+        return ::GetLastError() != ERROR_FILE_NOT_FOUND;
+    bool same = true;
+    if (::GetFileInformationByHandle(n, &named))
+        same = open.dwVolumeSerialNumber == named.dwVolumeSerialNumber &&
+               open.nFileIndexHigh == named.nFileIndexHigh &&
+               open.nFileIndexLow == named.nFileIndexLow;
+    ::CloseHandle(n);
+    return same;
+}
+
+int renameNoReplace(const SWCharString& from, const SWCharString& to)
+{
+    if (::MoveFileExW(widePath(from), widePath(to), 0))
+        return 0;
+    errno = errnoOf(::GetLastError());
+    return -1;
+}
+
+} // namespace os
+} // namespace Vardo400
