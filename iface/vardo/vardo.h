@@ -38,5 +38,7 @@
 #include "configfilereader.h"
 #include "slogger.h"
 #include "sloggerplugin.h"
+#include "seventlog.h"
+#include "sstackwalk.h"
 
 #endif

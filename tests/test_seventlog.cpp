@@ -1,0 +1,488 @@
+// SEventLog: the disk variant's lines and rotation, the system log (syslog through a
+// socket of the test's own on Linux), and the system logging plug-in log_xn_system.
+#include "vardo/seventlog.h"
+#include "vardo/DllWrap.h"
+#include "vardo/sfilesys.h"
+
+#include "../src/os/os_eventlog.h"
+
+#include "assert_capture.h"
+#include "sfile_test_support.h"
+#include "vardo_gtest.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#if defined(__linux__)
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+#endif
+
+using namespace Vardo400;
+namespace fs = std::filesystem;
+
+namespace {
+
+SWCharString W(const std::string& utf8)
+{
+    SWCharString s;
+    if (!utf8.empty())
+        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()),
+                   static_cast<unsigned int>(utf8.size()));
+    return s;
+}
+
+std::string U(const SWCharString& s)
+{
+    std::string out;
+    unsigned int n = s.getNBytesForUTF8();
+    out.resize(n + 1);
+    unsigned int got = s.toUTF8(reinterpret_cast<unsigned char*>(&out[0]), n + 1);
+    out.resize(got == 0xFFFFFFFFu ? 0 : std::min(got, n));
+    return out;
+}
+
+std::string pathU8(const fs::path& p)
+{
+    auto s = p.u8string();
+    return std::string(s.begin(), s.end());
+}
+
+std::string readAll(const fs::path& p)
+{
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::vector<std::string> lines(const std::string& text)
+{
+    std::vector<std::string> out;
+    std::string cur;
+    for (char c : text) {
+        if (c == '\n') {
+            out.push_back(cur);
+            cur.clear();
+        } else {
+            cur += c;
+        }
+    }
+    if (!cur.empty())
+        out.push_back(cur);
+    return out;
+}
+
+// Opens the protected helpers of the disk variant.
+class DiskEventLog : public SEventLog {
+public:
+    explicit DiskEventLog(const SWCharString& file, int64_t max = DEFAULT_MAXFILE_SIZE)
+        : SEventLog(file, max) {}
+    using SEventLog::closeLogFile;
+    using SEventLog::formatString;
+    using SEventLog::getLogFileName;
+    using SEventLog::getLogFileNameComponents;
+    using SEventLog::getRotatedFileName;
+    using SEventLog::openLogFile;
+    using SEventLog::useDiskFile;
+    using SEventLog::writeToFile;
+};
+
+class SEventLogTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::random_device rd;
+        for (int i = 0; i < 100 && m_dir.empty(); ++i) {
+            fs::path p = fs::temp_directory_path() / ("vardo_evt_" + std::to_string(rd()));
+            if (fs::create_directory(p))
+                m_dir = p;
+        }
+        ASSERT_FALSE(m_dir.empty());
+    }
+    void TearDown() override
+    {
+        std::error_code ec;
+        fs::remove_all(m_dir, ec);
+    }
+    SWCharString file(const char* name) const { return W(pathU8(m_dir / name)); }
+
+    fs::path m_dir;
+};
+
+const char kLinePattern[] = R"(^\d{1,2}/\d{1,2}/\d\d   \d{1,2}:\d\d:\d\d    )";
+
+} // namespace
+
+TEST_F(SEventLogTest, DiskLinesCarryTimeTypeCategoryEventAndMessage)
+{
+    DiskEventLog log(file("app.log"));
+    ASSERT_TRUE(log.openSource(SWCharString(), SWCharString()));   // no source: the file
+    EXPECT_TRUE(log.useDiskFile());
+    EXPECT_TRUE(log.writeStrToLog(W("first message")));
+    const unsigned short* strings[4] = {nullptr, nullptr, nullptr, nullptr};
+    SWCharString a = W("alpha"), c = W("gamma");
+    strings[0] = a.data();
+    strings[2] = c.data();   // null entries are skipped
+    EXPECT_TRUE(log.reportEvent(SEventLog::errorType, strings, 3, 4, 1234));
+    EXPECT_TRUE(log.reportEvent(SEventLog::warningType, nullptr, 1, 0, 77));
+    EXPECT_TRUE(log.reportEvent(SEventLog::debugType, W("x"), 2));
+    EXPECT_TRUE(log.reportEvent(SEventLog::auditFailure, W("y"), 0));
+    EXPECT_TRUE(log.closeSource());
+
+    std::vector<std::string> got = lines(readAll(m_dir / "app.log"));
+    ASSERT_EQ(5u, got.size());
+    std::regex stamp(kLinePattern);
+    for (const std::string& l : got)
+        EXPECT_TRUE(std::regex_search(l, stamp)) << l;
+    auto tail = [&stamp](const std::string& l) { return std::regex_replace(l, stamp, ""); };
+    EXPECT_EQ("Information    Category 0, Event 0      first message", tail(got[0]));
+    EXPECT_EQ("Error    Category 3, Event 1234      alpha gamma", tail(got[1]));
+    EXPECT_EQ("Warning    Category 1, Event 77      Event 77", tail(got[2]));
+    EXPECT_EQ("Debug    Category 2, Event 0      x", tail(got[3]));
+    EXPECT_EQ("AuditFailure    Category 0, Event 0      y", tail(got[4]));
+    // Reopened for appending: the old lines stay.
+    DiskEventLog again(file("app.log"));
+    EXPECT_TRUE(again.writeStrToLog(W("appended")));   // opens the file on first use
+    again.closeLogFile();
+    EXPECT_EQ(6u, lines(readAll(m_dir / "app.log")).size());
+    // Reset starts the file anew.
+    ASSERT_TRUE(again.openLogFile(true));
+    EXPECT_TRUE(again.writeStrToLog(W("fresh")));
+    again.closeLogFile();
+    got = lines(readAll(m_dir / "app.log"));
+    ASSERT_EQ(1u, got.size());
+    EXPECT_NE(std::string::npos, got[0].find("      fresh"));
+}
+
+TEST_F(SEventLogTest, FormatStringLayout)
+{
+    std::string line = U(DiskEventLog::formatString(W("one"), W("two"), W("three")));
+    std::regex whole(std::string(kLinePattern) + "one    two      three\n$");
+    EXPECT_TRUE(std::regex_search(line, whole)) << line;
+}
+
+TEST_F(SEventLogTest, UnknownTypeAssertsAndStillLogs)
+{
+    vardo_test::AssertCapture capture;
+    DiskEventLog log(file("t.log"));
+    EXPECT_TRUE(log.reportEvent(3, W("odd"), 0));
+    EXPECT_TRUE(log.reportEvent(0, W("zero"), 0));
+    EXPECT_TRUE(log.reportEvent(SEventLog::informationType, W("fine"), 0));
+    ASSERT_EQ(2u, capture.seen().size());
+    EXPECT_EQ("(wType == EVENTLOG_ERROR_TYPE) || (wType == EVENTLOG_WARNING_TYPE) || "
+              "(wType == EVENTLOG_INFORMATION_TYPE) || (wType == EVENTLOG_DEBUG_TYPE) || "
+              "(wType == EVENTLOG_AUDIT_SUCCESS) || (wType == EVENTLOG_AUDIT_FAILURE)",
+              capture.seen()[0]);
+    log.closeLogFile();
+    std::vector<std::string> got = lines(readAll(m_dir / "t.log"));
+    ASSERT_EQ(3u, got.size());
+    EXPECT_NE(std::string::npos, got[0].find("Type 3    Category 0, Event 0      odd"));
+    EXPECT_NE(std::string::npos, got[1].find("Type 0    "));
+}
+
+TEST_F(SEventLogTest, NamesAndDefaults)
+{
+    DiskEventLog log(file("dir.x/name.ext"));
+    SWCharString dir, name, ext;
+    log.getLogFileNameComponents(dir, name, ext);
+    EXPECT_EQ(W("name"), name);
+    EXPECT_EQ(W(".ext"), ext);
+    EXPECT_EQ(file("dir.x/name.ext"), log.getLogFileName());
+    EXPECT_EQ(file("dir.x/name_7.ext"), log.getRotatedFileName(7));
+    // The directory must exist: the file is not opened and nothing is written.
+    EXPECT_FALSE(log.openLogFile(false));
+    EXPECT_TRUE(log.writeStrToLog(W("dropped")));
+    EXPECT_FALSE(fs::exists(m_dir / "dir.x"));
+
+    DiskEventLog byDefault{SWCharString()};
+    if (vardo_test::onWindows()) {
+        EXPECT_TRUE(byDefault.getLogFileName().isEmpty());   // Windows has its event log
+        EXPECT_FALSE(byDefault.useDiskFile());
+    } else {
+        EXPECT_EQ(W("event.log"), byDefault.getLogFileName());
+    }
+    EXPECT_EQ(1024000, SEventLog::DEFAULT_MAXFILE_SIZE);
+    EXPECT_EQ(999, SEventLog::maxLogFiles);
+    EXPECT_STREQ("event.log", SEventLog::defaultFileName);
+    EXPECT_EQ(SEventLog::DEFAULT_MAXFILE_SIZE, byDefault.getMaxFileSize());
+}
+
+TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGap)
+{
+    // Each line is 20 + 44 + 5 bytes or so; 200 bytes hold two of them.
+    DiskEventLog log(file("ev.log"), 200);
+    std::ofstream(m_dir / "ev_3.log") << "older\n";   // beyond a gap: left alone
+    for (int i = 0; i < 7; ++i)
+        ASSERT_TRUE(log.writeStrToLog(W("msg" + std::to_string(i))));
+    log.closeLogFile();
+    std::vector<std::string> all;
+    for (const char* n : {"ev_3.log", "ev_2.log", "ev_1.log", "ev.log"}) {
+        ASSERT_TRUE(fs::exists(m_dir / n)) << n;
+        EXPECT_LE(fs::file_size(m_dir / n), 200u) << n;
+        for (const std::string& l : lines(readAll(m_dir / n)))
+            all.push_back(l.substr(l.rfind(' ') + 1));
+    }
+    // Oldest first across the copies, nothing lost or doubled.
+    ASSERT_EQ(7u, all.size());
+    for (int i = 0; i < 7; ++i)
+        EXPECT_EQ("msg" + std::to_string(i), all[static_cast<size_t>(i)]);
+    // The copy that stood beyond the gap moved up once the shift reached it.
+    EXPECT_EQ("older\n", readAll(m_dir / "ev_4.log"));
+    EXPECT_FALSE(fs::exists(m_dir / "ev_5.log"));
+}
+
+TEST_F(SEventLogTest, RotationDropsTheCopyAtTheLimitAndZeroNeverRotates)
+{
+    for (int n = 1; n <= SEventLog::maxLogFiles; ++n)
+        std::ofstream(m_dir / ("full_" + std::to_string(n) + ".log")) << n << "\n";
+    std::ofstream(m_dir / "full.log") << std::string(300, 'x') << "\n";
+    DiskEventLog log(file("full.log"), 200);
+    ASSERT_TRUE(log.writeStrToLog(W("after")));
+    log.closeLogFile();
+    EXPECT_EQ(std::string(300, 'x') + "\n", readAll(m_dir / "full_1.log"));
+    EXPECT_EQ("1\n", readAll(m_dir / "full_2.log"));
+    EXPECT_EQ("998\n", readAll(m_dir / "full_999.log"));   // the old 999 is gone
+    EXPECT_FALSE(fs::exists(m_dir / "full_1000.log"));
+    EXPECT_EQ(1u, lines(readAll(m_dir / "full.log")).size());
+
+    DiskEventLog unbounded(file("big.log"), 0);
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(unbounded.writeStrToLog(W("line")));
+    unbounded.closeLogFile();
+    EXPECT_EQ(20u, lines(readAll(m_dir / "big.log")).size());
+    EXPECT_FALSE(fs::exists(m_dir / "big_1.log"));
+}
+
+#if defined(__linux__)
+namespace {
+
+// A datagram socket standing in for the syslog daemon, bound in the test's folder.
+class SyslogSink {
+public:
+    explicit SyslogSink(const fs::path& path) : m_path(pathU8(path))
+    {
+        m_fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un addr = {};
+        addr.sun_family = AF_UNIX;
+        std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", m_path.c_str());
+        m_bound = m_fd >= 0 && ::bind(m_fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+        timeval tv = {5, 0};
+        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+        Testing::EventLogSetSyslogSocket(m_path.c_str());
+    }
+    ~SyslogSink()
+    {
+        Testing::EventLogSetSyslogSocket(nullptr);
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    bool bound() const { return m_bound; }
+    std::string next()
+    {
+        char buf[65536];
+        ssize_t n = ::recv(m_fd, buf, sizeof buf, 0);
+        return n < 0 ? std::string("<nothing>") : std::string(buf, static_cast<size_t>(n));
+    }
+
+private:
+    std::string m_path;
+    int m_fd = -1;
+    bool m_bound = false;
+};
+
+std::regex syslogLine(int pri, const std::string& ident, const std::string& text)
+{
+    return std::regex("^<" + std::to_string(pri) + R"(>[A-Z][a-z]{2} [ 1-3]\d \d\d:\d\d:\d\d )" +
+                      ident + R"(\[)" + std::to_string(::getpid()) + R"(\]: )" + text + "$");
+}
+
+} // namespace
+
+TEST_F(SEventLogTest, SystemLogIsSyslogUnderTheSourceName)
+{
+    SyslogSink sink(m_dir / "log.sock");
+    ASSERT_TRUE(sink.bound());
+    SEventLog log{SWCharString()};
+    ASSERT_TRUE(log.openSource(SWCharString(), W("vardotest"), 42, 7));
+    EXPECT_TRUE(log.isSourceOpen());
+    EXPECT_EQ(42, log.getCategoryCount());
+    EXPECT_EQ(7, log.getTypesSupported());
+
+    EXPECT_TRUE(log.writeStrToLog(W("hello there")));
+    std::string got = sink.next();
+    EXPECT_TRUE(std::regex_match(got, syslogLine(14, "vardotest", "hello there"))) << got;
+
+    SWCharString a = W("a"), b = W("b");
+    const unsigned short* strings[2] = {a.data(), b.data()};
+    EXPECT_TRUE(log.reportEvent(SEventLog::errorType, strings, 2, 2, 9));
+    got = sink.next();
+    EXPECT_TRUE(std::regex_match(got, syslogLine(11, "vardotest", R"(\[category 2, event 9\] a b)")))
+        << got;
+    EXPECT_TRUE(log.reportEvent(SEventLog::debugType, W("dbg"), 0));
+    got = sink.next();
+    EXPECT_TRUE(std::regex_match(got, syslogLine(15, "vardotest", "dbg"))) << got;
+    {
+        vardo_test::AssertCapture capture;
+        EXPECT_TRUE(log.reportEvent(3, W("odd type"), 0));
+        EXPECT_EQ(1u, capture.seen().size());
+    }
+    got = sink.next();
+    EXPECT_TRUE(std::regex_match(got, syslogLine(14, "vardotest", "odd type"))) << got;
+    EXPECT_TRUE(log.closeSource());
+    EXPECT_FALSE(log.isSourceOpen());
+
+    // No syslog socket: the source does not open.
+    Testing::EventLogSetSyslogSocket(pathU8(m_dir / "absent.sock").c_str());
+    SEventLog none{SWCharString()};
+    EXPECT_FALSE(none.openSource(SWCharString(), W("vardotest")));
+}
+#endif
+
+namespace {
+
+#ifndef VARDO_TEST_PLUGIN
+#define VARDO_TEST_PLUGIN ""
+#endif
+
+typedef int (*InitializeFn)(const unsigned short*);
+typedef void (*TerminateFn)();
+typedef int (*TraceFn)(int, const unsigned short*);
+typedef int (*LogFn)(int, int, unsigned long, unsigned int, const unsigned short* const*);
+typedef int (*SetParamFn)(const unsigned short*, const unsigned short*);
+typedef int (*GetParamFn)(const unsigned short*, unsigned short**);
+typedef int (*GetParamListFn)(unsigned short**, unsigned int, unsigned int*);
+typedef void (*FreeStringFn)(unsigned short*);
+typedef int (*GetDLLVersionFn)();
+
+struct Plugin {
+    CSharedLibrary lib;
+    InitializeFn initialize = nullptr;
+    TerminateFn terminate = nullptr;
+    TraceFn trace = nullptr;
+    LogFn log = nullptr;
+    SetParamFn setParam = nullptr;
+    GetParamFn getParam = nullptr;
+    GetParamListFn getParamList = nullptr;
+    FreeStringFn freeString = nullptr;
+    GetDLLVersionFn getVersion = nullptr;
+
+    bool load()
+    {
+        std::string path = VARDO_TEST_PLUGIN;
+        if (vardo_test::onWindows()) {   // the build tree as Wine's drive Z: shows it
+            std::replace(path.begin(), path.end(), '/', '\\');
+            path = "Z:" + path;
+        }
+        lib.load(W(path));
+        return lib.resolve("Initialize", initialize) && lib.resolve("Terminate", terminate) &&
+               lib.resolve("Trace", trace) && lib.resolve("Log", log) &&
+               lib.resolve("SetParam", setParam) && lib.resolve("GetParam", getParam) &&
+               lib.resolve("GetParamList", getParamList) &&
+               lib.resolve("FreeString", freeString) &&
+               lib.resolve("GetDLLVersion", getVersion);
+    }
+    std::string param(const char* name)
+    {
+        unsigned short* value = nullptr;
+        if (getParam(W(name).data(), &value) != 0 || !value)
+            return "<failed>";
+        std::string out = U(SWCharString(value));
+        freeString(value);
+        return out;
+    }
+};
+
+} // namespace
+
+TEST_F(SEventLogTest, SystemPluginExportsAndSettings)
+{
+    if (std::string(VARDO_TEST_PLUGIN).empty())
+        GTEST_SKIP() << "built without the plug-ins";
+    Plugin p;
+    ASSERT_TRUE(p.load());
+    EXPECT_EQ(W("log_xn_system"), CSharedLibrary::FileName2DllName(W(VARDO_TEST_PLUGIN)));
+    EXPECT_EQ(1, p.getVersion());
+
+    unsigned short* names[8] = {};
+    unsigned int count = 0;
+    ASSERT_EQ(0, p.getParamList(names, 8, &count));
+    ASSERT_EQ(2u, count);
+    EXPECT_EQ("numcategories", U(SWCharString(names[0])));
+    EXPECT_EQ("source", U(SWCharString(names[1])));
+    for (unsigned int i = 0; i < count; ++i)
+        p.freeString(names[i]);
+    ASSERT_EQ(0, p.getParamList(names, 1, &count));   // no more than asked for
+    EXPECT_EQ(1u, count);
+    p.freeString(names[0]);
+    EXPECT_NE(0, p.getParamList(nullptr, 4, &count));
+
+    EXPECT_NE(0, p.setParam(W("bogus").data(), W("1").data()));
+    EXPECT_NE(0, p.setParam(W("numcategories").data(), W("many").data()));
+    EXPECT_EQ(0, p.setParam(W("numcategories").data(), W("7").data()));
+    EXPECT_EQ("7", p.param("numcategories"));
+    unsigned short* value = reinterpret_cast<unsigned short*>(1);
+    EXPECT_NE(0, p.getParam(W("bogus").data(), &value));
+    EXPECT_EQ(nullptr, value);
+}
+
+#if defined(__linux__)
+TEST_F(SEventLogTest, SystemPluginWritesTracesAndEventsToSyslog)
+{
+    if (std::string(VARDO_TEST_PLUGIN).empty())
+        GTEST_SKIP() << "built without the plug-ins";
+    Plugin p;
+    ASSERT_TRUE(p.load());
+    {
+        SyslogSink sink(m_dir / "log.sock");
+        ASSERT_TRUE(sink.bound());
+        ASSERT_EQ(0, p.initialize(W("/opt/suite/myserver.bin -trace -numcategories 42").data()));
+        EXPECT_EQ("42", p.param("numcategories"));
+        EXPECT_EQ("myserver", p.param("source"));
+
+        EXPECT_LE(p.trace(2, W("careful").data()), 0);
+        std::string got = sink.next();
+        EXPECT_TRUE(std::regex_match(got, syslogLine(12, "myserver", "careful"))) << got;
+        EXPECT_LE(p.trace(0, W("plain").data()), 0);
+        got = sink.next();
+        EXPECT_TRUE(std::regex_match(got, syslogLine(14, "myserver", "plain"))) << got;
+
+        SWCharString p1 = W("p1"), p2 = W("p2");
+        const unsigned short* params[2] = {p1.data(), p2.data()};
+        EXPECT_EQ(0, p.log(3, 5, 1001, 2, params));
+        got = sink.next();
+        EXPECT_TRUE(std::regex_match(got, syslogLine(15, "myserver", R"(\[category 5, event 1001\] p1 p2)")))
+            << got;
+
+        EXPECT_EQ(0, p.setParam(W("source").data(), W("renamed").data()));
+        EXPECT_LE(p.trace(1, W("again").data()), 0);
+        got = sink.next();
+        EXPECT_TRUE(std::regex_match(got, syslogLine(14, "renamed", "again"))) << got;
+
+        p.terminate();
+        EXPECT_GT(p.trace(0, W("after").data()), 0);   // inactive after Terminate
+
+        // Without a command line the source is "Service".
+        ASSERT_EQ(0, p.initialize(W("").data()));
+        EXPECT_EQ("Service", p.param("source"));
+        p.terminate();
+    }
+    // No syslog socket: the plug-in stays inactive and refuses messages.
+    Testing::EventLogSetSyslogSocket(pathU8(m_dir / "absent.sock").c_str());
+    EXPECT_NE(0, p.initialize(W("srv").data()));
+    EXPECT_GT(p.trace(0, W("lost").data()), 0);
+    EXPECT_NE(0, p.log(1, 0, 1, 0, nullptr));
+    p.terminate();
+    Testing::EventLogSetSyslogSocket(nullptr);
+}
+#endif
