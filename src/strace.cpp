@@ -3,6 +3,7 @@
 // reports.
 #include "vardo/strace.h"
 #include "vardo/slogger.h"
+#include "vardo/sstackwalk.h"
 #include "vardo/sresstring.h"
 #include "vardo/sdatetime.h"
 #include "vardo/neutralstr.h"
@@ -48,9 +49,13 @@ bool ShouldAssert(const char* text)
     return g_assertObserver != nullptr || SLogger::ShouldAssert(text);
 }
 
-// "Stack Dump:" and the walk of the calling thread's stack, as a general trace.
-static void traceStackDump()
+// "Stack Dump:" and the walk of the calling thread's stack, as a general trace. Kept out
+// of line so that the one frame skipped is always this function's own.
+__attribute__((noinline)) static void traceStackDump()
 {
+    SWCharString walk;
+    SStackWalk::StackWalkAll(walk, 1);
+    SLogger::Trace(0, ascii("Stack Dump:") + walk);
 }
 
 // The report goes to the observer and to the logger; it never stops the program.

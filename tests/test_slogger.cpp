@@ -549,6 +549,17 @@ TEST_F(SLoggerTest, AssertionsAreReportedAndReturn)
     EXPECT_NE(std::string::npos, l[4].find("(tests/test_slogger.cpp:"));
     vardo_test::terminateLogger();
 
+    // With "stackdump" the report is followed by the walk of the asserting thread.
+    ASSERT_TRUE(start("-stackdump", "dump.log"));
+    SAssert("g.cpp", 1, "dumped");
+    const std::string dump = readFile(m_dir / "dump.log");
+    size_t report = dump.find("\tassert failure: (g.cpp:1). (dumped : no message).\r\n");
+    ASSERT_NE(std::string::npos, report) << dump;
+    size_t stack = dump.find("\tStack Dump:0x", report);
+    EXPECT_NE(std::string::npos, stack) << dump;
+    EXPECT_NE(std::string::npos, dump.find("SAssert", stack)) << dump;
+    vardo_test::terminateLogger();
+
     ASSERT_TRUE(start("-noassert", "quiet.log"));
     EXPECT_FALSE(ShouldAssert());
     VARDO_ASSERT(value == 1);   // not even reported
