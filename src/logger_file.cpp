@@ -1,9 +1,11 @@
 // One line appended to a log file that other threads and processes append to as well.
 //
-// Each line is: open (up to 5 attempts), take the file's append lock, rotate when the
-// file is full, write header (into an empty main log only) and line as ONE write, close.
-// The lock makes "is it empty / is it full" and the write that follows one step, so two
-// writers never both put a header into a new file and never both rotate the same file.
+// Each line is: open (up to 5 attempts), rotate when the file is full, write header (into
+// an empty main log only) and line as ONE write, close. An empty or full file is handled
+// under the file's append lock, which makes "is it empty / is it full" and the write or
+// rotation that follows one step, so two writers never both put a header into a new file
+// and never both rotate the same file. Any other line is one appending write: atomic
+// where the system appends atomically, locked where it does not.
 //
 // Rotation renames the full file to STEM_bakN.EXT, N from a process-wide counter that
 // never repeats within the process, and never replaces an existing file. Each process
@@ -26,7 +28,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 namespace Vardo400 {
 namespace logger_detail {
@@ -49,29 +50,28 @@ SWCharString ascii(const char* s)
     return r;
 }
 
-// Opens for appending, without creating at first. An access-denied failure gives up at
-// once; a missing file makes the later attempts create it; anything else is retried
+// Opens f for appending, without creating at first. An access-denied failure gives up
+// at once; a missing file makes the later attempts create it; anything else is retried
 // after a short sleep. Someone else creating the file between our attempts is not a
 // failure: the attempt after that appends to it.
-std::unique_ptr<SFile> openForAppend(const SWCharString& name, bool createNow)
+bool openForAppend(SFile& f, const SWCharString& name, bool createNow)
 {
     bool create = createNow;
     for (int attempt = 1; attempt <= kOpenAttempts; ++attempt) {
-        std::unique_ptr<SFile> f(new SFile(name));
         try {
             int flags = SFile::writeOnly | SFile::append;
             flags |= create ? SFile::create : SFile::exclusive;
-            f->open(flags, SFile::ownerRWXMask, SFile::denyNothing);
-            return f;
+            f.open(flags, SFile::ownerRWXMask, SFile::denyNothing);
+            return true;
         } catch (const SFileException& e) {
             if (e.DetailCode() == SFileException::accessDenied)
-                return nullptr;
+                return false;
             if (e.DetailCode() == SFileException::fileNotFound) {
                 // Creating fails the same way when the folder itself is missing.
                 if (create) {
                     SWCharString dir = GetParentLevelDir(name, SFileSys::getSeparator());
                     if (!dir.isEmpty() && !SFileSys::isDir(dir))
-                        return nullptr;
+                        return false;
                 }
                 create = true;
             }
@@ -79,7 +79,7 @@ std::unique_ptr<SFile> openForAppend(const SWCharString& name, bool createNow)
         if (attempt < kOpenAttempts)
             CSIProcess::MilliSleep(kOpenRetryMs);
     }
-    return nullptr;
+    return false;
 }
 
 // name split into "dir/stem" and ".ext" (the extension of the last component only).
@@ -119,7 +119,7 @@ enum RotateResult { rotated, noFreeName, notRotated };
 // Renames the full file (open in f, lock held) to the next free backup name. Where the
 // platform refuses to rename an open file, f is closed first; if the rename still fails
 // the caller starts over on the current name.
-RotateResult rotate(std::unique_ptr<SFile>& f, const SWCharString& name)
+RotateResult rotate(SFile& f, const SWCharString& name)
 {
     SWCharString stem, ext;
     splitExtension(name, stem, ext);
@@ -128,8 +128,8 @@ RotateResult rotate(std::unique_ptr<SFile>& f, const SWCharString& name)
         std::snprintf(number, sizeof number, "%u", g_backupNumber.fetch_add(1));
         SWCharString backup = stem + ascii("_bak") + ascii(number) + ext;
         int rc = os::renameNoReplace(name, backup);
-        if (rc != 0 && errno == EBUSY && f) {
-            f.reset();
+        if (rc != 0 && errno == EBUSY && f.isOpened()) {
+            f.close();
             rc = os::renameNoReplace(name, backup);
         }
         if (rc == 0)
@@ -149,14 +149,21 @@ AppendResult appendLine(const SWCharString& fullName, const std::string& line,
         AppendResult result = appendWritten;
         bool mayRotate = true;
         bool justRotated = false;
+        const int64_t max = maxSize;
+        os::AppendNameLock nameLock(fullName);
         for (int round = 0; round < kReopenRounds; ++round) {
-            std::unique_ptr<SFile> f = openForAppend(fullName, justRotated);
-            if (!f)
+            SFile f(fullName);
+            if (!openForAppend(f, fullName, justRotated))
                 return appendFailed;
-            os::appendLock(f->getFd());
-            int64_t size = f->sizeEx();
-            if (size >= static_cast<int64_t>(maxSize) && mayRotate) {
-                if (!os::appendIsCurrent(f->getFd(), fullName))
+            int64_t size = f.seekEx(SFile::seekEnd, 0);
+            // A line into a file that is neither empty nor full needs no decision, and
+            // where appends are atomic it needs no lock either.
+            if (!os::appendIsAtomic() || size == 0 || (size >= max && mayRotate)) {
+                os::appendLock(f.getFd());
+                size = f.seekEx(SFile::seekEnd, 0);
+            }
+            if (size >= max && mayRotate) {
+                if (!os::appendIsCurrent(f.getFd(), fullName))
                     continue;   // rotated away by another writer: open the name again
                 RotateResult r = rotate(f, fullName);
                 if (r == rotated) {
@@ -167,18 +174,18 @@ AppendResult appendLine(const SWCharString& fullName, const std::string& line,
                 mayRotate = false;
                 if (r == noFreeName)
                     result = appendOverSize;
-                if (!f)
+                if (!f.isOpened())
                     continue;   // closed for a refused rename: open the name again
             }
-            std::string bytes;
             if (size == 0 && headerLine) {
-                bytes = headerLine;
+                std::string bytes(headerLine);
                 bytes += line;
-            }
-            const std::string& out = bytes.empty() ? line : bytes;
-            if (!writeAll(*f, out.data(), out.size()))
+                if (!writeAll(f, bytes.data(), bytes.size()))
+                    return appendFailed;
+            } else if (!writeAll(f, line.data(), line.size())) {
                 return appendFailed;
-            f->close();
+            }
+            f.close();
             return result;
         }
         return appendFailed;

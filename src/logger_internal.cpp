@@ -7,6 +7,7 @@
 
 #include "logger_internal.h"
 #include "os/os_exepath.h"
+#include "os/os_logappend.h"
 
 #include <cstdio>
 #include <cstring>
@@ -74,7 +75,7 @@ bool parseSize(const SWCharString& value, uint32_t& out)
 SWCharString stripTrailingSlash(const SWCharString& dir)
 {
     unsigned int n = dir.getLength();
-    if (n > 1 && (dir.data()[n - 1] == '\\' || dir.data()[n - 1] == SFileSys::getSeparator()))
+    if (n > 1 && (dir.data()[n - 1] == '\\' || dir.data()[n - 1] == '/'))
         return dir.left(n - 1);
     return dir;
 }
@@ -90,19 +91,61 @@ void appendUtf8(std::string& out, const SWCharString& s)
     out.resize(n == 0xFFFFFFFFu ? at : at + n);
 }
 
+void appendDecimal(std::string& out, unsigned long long v)
+{
+    char buf[24];
+    char* p = buf + sizeof buf;
+    do {
+        *--p = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v);
+    out.append(p, static_cast<size_t>(buf + sizeof buf - p));
+}
+
+// "PID\tTID": asked of the system once per thread (and again in a forked child).
+void appendIds(std::string& out)
+{
+    struct Ids {
+        uint32_t generation = 0;
+        char text[24] = {0};
+        size_t length = 0;
+    };
+    thread_local Ids ids;
+    const uint32_t generation = os::processGeneration();
+    if (ids.generation != generation) {
+        std::string t;
+        appendDecimal(t, CSIProcess::GetCurrentProcessId());
+        t += '\t';
+        appendDecimal(t, CSIProcess::GetCurrentThreadId());
+        ids.length = t.size() < sizeof ids.text ? t.size() : sizeof ids.text - 1;
+        std::memcpy(ids.text, t.data(), ids.length);
+        ids.generation = generation;
+    }
+    out.append(ids.text, ids.length);
+}
+
 // "Sun Nov 22 17:04:05 2026": the C library's asctime form of the UTC second, built
-// here because asctime and gmtime share static buffers between threads.
+// here because asctime and gmtime share static buffers between threads. The text of the
+// last second is kept per thread, since most lines share their second with the one before.
 void appendUtcStamp(std::string& out, const SDateTime& now)
 {
-    static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    int y = 0, mo = 1, d = 1, h = 0, mi = 0, s = 0, ms = 0, dow = 1;
-    now.getFields(y, mo, d, h, mi, s, ms, dow, false);
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.3s %.3s%3d %.2d:%.2d:%.2d %d", days[(dow + 6) % 7],
-                  months[(mo + 11) % 12], d, h, mi, s, y);
-    out += buf;
+    struct Stamp {
+        int64_t second = -1;
+        char text[32] = {0};
+    };
+    thread_local Stamp last;
+    const int64_t second = now.toUnixMillis() / 1000;
+    if (second != last.second) {
+        static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+        static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+        int y = 0, mo = 1, d = 1, h = 0, mi = 0, s = 0, ms = 0, dow = 1;
+        now.getFields(y, mo, d, h, mi, s, ms, dow, false);
+        std::snprintf(last.text, sizeof last.text, "%.3s %.3s%3d %.2d:%.2d:%.2d %d",
+                      days[(dow + 6) % 7], months[(mo + 11) % 12], d, h, mi, s, y);
+        last.second = second;
+    }
+    out += last.text;
 }
 
 } // namespace
@@ -199,12 +242,14 @@ bool InternalLogger::SetParam(const SWCharString& name, const SWCharString& valu
         m_paths[1] = value.isEmpty() ? value : stem + ascii(".req");
         m_paths[2] = value.isEmpty() ? value : stem + ascii(".wrn");
         m_paths[3] = value.isEmpty() ? value : stem + ascii(".sdk");
+        joinPaths();
         return true;
     }
     if (name == ascii("maxLogFileSize"))
         return parseSize(value, m_nMaxFileSize);
     if (name == ascii("loggingPath")) {
         m_loggingPath = stripTrailingSlash(value);
+        joinPaths();
         return true;
     }
     return false;
@@ -234,7 +279,18 @@ bool InternalLogger::GetParam(const SWCharString& name, SWCharString& value)
 
 SWCharString InternalLogger::GetFullPath(int type) const
 {
-    if (type < 0 || type > 3 || m_paths[type].isEmpty())
+    return type < 0 || type > 3 ? SWCharString() : m_fullPaths[type];
+}
+
+void InternalLogger::joinPaths()
+{
+    for (int type = 0; type < 4; ++type)
+        m_fullPaths[type] = joinPath(type);
+}
+
+SWCharString InternalLogger::joinPath(int type) const
+{
+    if (m_paths[type].isEmpty())
         return SWCharString();
     // A full path names its file wherever the logging folder is.
     if (m_loggingPath.isEmpty() || SFileSys::isFullPath(m_paths[type]))
@@ -252,8 +308,9 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
         return false;
     try {
         SDateTime now = SDateTime::now();
-        std::string line;
-        line.reserve(64 + message.getLength());
+        // One buffer per thread, reused line after line.
+        thread_local std::string line;
+        line.clear();
         char buf[64];
         if (type == 1) {
             int y = 0, mo = 1, d = 1, h = 0, mi = 0, s = 0, ms = 0;
@@ -265,9 +322,9 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
         } else {
             line += '[';
             appendUtcStamp(line, now);
-            std::snprintf(buf, sizeof buf, "]\t%u\t%u\t", CSIProcess::GetCurrentProcessId(),
-                          CSIProcess::GetCurrentThreadId());
-            line += buf;
+            line += "]\t";
+            appendIds(line);
+            line += '\t';
             if (type == 2)
                 line += "WARNING\t";
             else if (type == 3)
@@ -276,7 +333,7 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
         appendUtf8(line, message);
         line += "\r\n";
         logger_detail::AppendResult r = logger_detail::appendLine(
-            GetFullPath(type), line, type == 0 ? kHeader : nullptr, m_nMaxFileSize);
+            m_fullPaths[type], line, type == 0 ? kHeader : nullptr, m_nMaxFileSize);
         return r != logger_detail::appendFailed;
     } catch (...) {
         return false;

@@ -111,6 +111,26 @@ SWCharString decimal(long long v)
     return text(buf);
 }
 
+// The trace types in force, published for the inline ShouldTrace.
+void publishTraceTypes(uint32_t types)
+{
+    uint32_t old = TraceSwitches::Word.load(std::memory_order_relaxed);
+    while (!TraceSwitches::Word.compare_exchange_weak(old, (old & ~kTraceMask) | (types & kTraceMask),
+                                                      std::memory_order_release,
+                                                      std::memory_order_relaxed)) {
+    }
+}
+
+// After a change of the filter set, under the filter lock.
+void publishFilterCount(size_t count)
+{
+    g_filterCount.store(static_cast<uint32_t>(count), std::memory_order_relaxed);
+    if (count)
+        TraceSwitches::Word.fetch_or(TraceSwitches::FilterBit, std::memory_order_release);
+    else
+        TraceSwitches::Word.fetch_and(~TraceSwitches::FilterBit, std::memory_order_release);
+}
+
 bool running()
 {
     return (g_word.load(std::memory_order_acquire) & kRunning) != 0;
@@ -128,7 +148,7 @@ SWCharString stripTrailingSlash(const SWCharString& dir)
     if (n == 0)
         return dir;
     unsigned short last = dir.data()[n - 1];
-    if (last == '\\' || last == SFileSys::getSeparator())
+    if (last == '\\' || last == '/' || last == SFileSys::getSeparator())
         return dir.left(n - 1);
     return dir;
 }
@@ -294,6 +314,7 @@ bool SLogger::Initialize(const CParamLineArgs& args, bool reload)
             g_instanceCount.fetch_add(1);
             g_word.fetch_or(kRunning, std::memory_order_release);
         }
+        publishTraceTypes(g_word.load(std::memory_order_relaxed));
         return true;
     } catch (...) {
         return false;
@@ -310,6 +331,7 @@ bool SLogger::Terminate()
     if (before >= 2)
         return false;
     g_word.store(0, std::memory_order_release);
+    publishTraceTypes(0);
     g_instanceCount.store(0);
     g_importance.store(0, std::memory_order_relaxed);
     RemoveAllTraceFilters();
@@ -481,7 +503,7 @@ void SLogger::AddTraceFilter(const SWCharString& name)
     State& s = state();
     Locked guard(s.filterLock);
     s.filter.insert(name);
-    g_filterCount.store(static_cast<uint32_t>(s.filter.size()), std::memory_order_relaxed);
+    publishFilterCount(s.filter.size());
 }
 
 void SLogger::AddTraceFilters(const SIArray<SWCharString>& names)
@@ -490,7 +512,7 @@ void SLogger::AddTraceFilters(const SIArray<SWCharString>& names)
     Locked guard(s.filterLock);
     for (size_t i = 0; i < names.size(); ++i)
         s.filter.insert(names[i]);
-    g_filterCount.store(static_cast<uint32_t>(s.filter.size()), std::memory_order_relaxed);
+    publishFilterCount(s.filter.size());
 }
 
 void SLogger::RemoveTraceFilter(const SWCharString& name)
@@ -498,7 +520,7 @@ void SLogger::RemoveTraceFilter(const SWCharString& name)
     State& s = state();
     Locked guard(s.filterLock);
     s.filter.erase(name);
-    g_filterCount.store(static_cast<uint32_t>(s.filter.size()), std::memory_order_relaxed);
+    publishFilterCount(s.filter.size());
 }
 
 void SLogger::RemoveAllTraceFilters()
@@ -506,7 +528,7 @@ void SLogger::RemoveAllTraceFilters()
     State& s = state();
     Locked guard(s.filterLock);
     s.filter.clear();
-    g_filterCount.store(0, std::memory_order_relaxed);
+    publishFilterCount(0);
 }
 
 void SLogger::GetTraceFilters(SIArray<SWCharString>& names)

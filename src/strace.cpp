@@ -39,10 +39,14 @@ SAssertObserver SetAssertObserver(SAssertObserver observer)
     return old;
 }
 
-bool ShouldTrace(int type, const char* sourceFile)
+namespace TraceSwitches {
+std::atomic<uint32_t> Word{0};
+
+bool Filtered(int type, const char* sourceFile)
 {
     return SLogger::ShouldTrace(type, sourceFile);
 }
+} // namespace TraceSwitches
 
 bool ShouldAssert(const char* text)
 {

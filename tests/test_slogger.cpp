@@ -73,6 +73,16 @@ public:
 namespace {
 
 const char kHeader[] = "Timestamp\tProcessID\tThreadID\tMessage\r";
+
+// The logger's registry values some tests set. On Linux the store lives in the test's
+// folder; on Windows it is the machine's registry, so they are removed before and after.
+void clearLoggingKey()
+{
+    CompanyRegistry key(W("Logging"));
+    for (const char* name : {"CmdLine", "loggingPath", "MaxLogFileSize", "loggingPluginDir"})
+        if (!key.ReadValue(W(name)).isEmpty())
+            key.DeleteValue(W(name));
+}
 const char kStamp[] = R"(\[(Sun|Mon|Tue|Wed|Thu|Fri|Sat) (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [ 123][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9] [0-9]{4}\])";
 
 std::string ids()
@@ -91,10 +101,12 @@ protected:
         fs::create_directory(m_dir / "reg");
         SEnv::set(W("NEBU_REGISTRYHOME"), W(pathU8(m_dir / "reg")));
         SEnv::unset(W("NEBU_LOGGER_ENVIRONMENT"));
+        clearLoggingKey();
     }
     void TearDown() override
     {
         vardo_test::terminateLogger();
+        clearLoggingKey();
         SEnv::unset(W("NEBU_REGISTRYHOME"));
         std::error_code ec;
         fs::permissions(m_dir, fs::perms::owner_all, fs::perm_options::add, ec);
@@ -248,7 +260,7 @@ TEST_F(SLoggerTest, MainLogStartsWithHeaderAndHoldsTheLines)
     STraceMsg(0, "src/a.cpp", 0, W("no line"));
     SLogger::Trace(0, W("caf\xc3\xa9"));
     auto l = lines("main.log");
-    ASSERT_EQ(6u, l.size());
+    ASSERT_EQ(6u, l.size()) << readFile(m_dir / "main.log");
     EXPECT_EQ(kHeader, l[0]);
     const std::string prefix = std::string("^") + kStamp + ids();
     EXPECT_TRUE(std::regex_match(l[1], std::regex(prefix + "trace message: count 3 of items\r")))
@@ -423,7 +435,8 @@ TEST_F(SLoggerTest, ReadOnlyDeletedAndFullFiles)
     EXPECT_NE(std::string::npos, l[2].find("\tthree\r"));
 
     // Read-only: refused at once, nothing thrown, nothing changed.
-    if (!vardo_test::runningAsRoot()) {
+    // (Wine runs as root and lets root write read-only files, as Linux does.)
+    if (!vardo_test::runningAsRoot() && !vardo_test::onWindows()) {
         ASSERT_TRUE(vardo_test::setFileMode(pathU8(m_dir / "main.log"), 0444));
         EXPECT_FALSE(logger->Trace(0, W("refused")));
         EXPECT_EQ(3u, lines("main.log").size());
@@ -557,7 +570,10 @@ TEST_F(SLoggerTest, AssertionsAreReportedAndReturn)
     ASSERT_NE(std::string::npos, report) << dump;
     size_t stack = dump.find("\tStack Dump:0x", report);
     EXPECT_NE(std::string::npos, stack) << dump;
-    EXPECT_NE(std::string::npos, dump.find("SAssert", stack)) << dump;
+    // Symbols: Linux reads the library's symbol table; the Windows build carries none.
+    if (!vardo_test::onWindows()) {
+        EXPECT_NE(std::string::npos, dump.find("SAssert", stack)) << dump;
+    }
     vardo_test::terminateLogger();
 
     ASSERT_TRUE(start("-noassert", "quiet.log"));

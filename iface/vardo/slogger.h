@@ -186,9 +186,13 @@ protected:
     ~InternalLogger() override;
 
 private:
+    SWCharString joinPath(int type) const;
+    void joinPaths();
+
     bool m_bInitialized;
     bool m_bInitializeRan;
     SWCharString m_paths[4];
+    SWCharString m_fullPaths[4];   // m_paths joined to the logging folder
     SWCharString m_loggingPath;
     uint32_t m_nMaxFileSize;
 };

@@ -5,7 +5,9 @@
 
 #include "vardo/sstring.h"
 
+#include <atomic>
 #include <cerrno>
+#include <pthread.h>
 #include <string>
 
 #include <fcntl.h>
@@ -37,6 +39,18 @@ bool utf8Path(const SWCharString& path, std::string& out)
     return true;
 }
 
+std::atomic<uint32_t> g_generation{1};
+
+void forkedChild()
+{
+    g_generation.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Registered while the library loads, before any thread of it can fork.
+struct ForkWatch {
+    ForkWatch() { ::pthread_atfork(nullptr, nullptr, forkedChild); }
+} g_forkWatch;
+
 #ifndef RENAME_NOREPLACE
 #define RENAME_NOREPLACE (1 << 0)
 #endif
@@ -51,6 +65,20 @@ bool appendLock(int fd)
         if (errno != EINTR)
             return false;
     }
+}
+
+AppendNameLock::AppendNameLock(const SWCharString&) : m_handle(nullptr) {}
+
+AppendNameLock::~AppendNameLock() {}
+
+uint32_t processGeneration()
+{
+    return g_generation.load(std::memory_order_relaxed);
+}
+
+bool appendIsAtomic()
+{
+    return true;
 }
 
 bool appendIsCurrent(int fd, const SWCharString& path)

@@ -7,6 +7,10 @@
 #include "vardo/sstring.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <cwchar>
+#include <cwctype>
+#include <string>
 
 #include <io.h>
 #include <windows.h>
@@ -45,7 +49,49 @@ int errnoOf(DWORD e)
     }
 }
 
+// The mutex name for a path: the full path, upper-cased, hashed (FNV-1a, 64 bits).
+std::wstring mutexSuffix(const SWCharString& path)
+{
+    wchar_t full[4096];
+    DWORD n = ::GetFullPathNameW(widePath(path), 4096, full, nullptr);
+    const wchar_t* p = (n > 0 && n < 4096) ? full : widePath(path);
+    uint64_t h = 1469598103934665603ull;
+    for (; *p; ++p) {
+        wchar_t c = *p == L'/' ? L'\\' : *p;
+        c = static_cast<wchar_t>(std::towupper(c));
+        h ^= static_cast<unsigned short>(c);
+        h *= 1099511628211ull;
+    }
+    wchar_t buf[40];
+    ::swprintf(buf, 40, L"vardo-log-%016llx", static_cast<unsigned long long>(h));
+    return buf;
+}
+
 } // namespace
+
+AppendNameLock::AppendNameLock(const SWCharString& path) : m_handle(nullptr)
+{
+    const std::wstring suffix = mutexSuffix(path);
+    HANDLE h = ::CreateMutexW(nullptr, FALSE, (L"Global\\" + suffix).c_str());
+    if (!h)
+        h = ::CreateMutexW(nullptr, FALSE, (L"Local\\" + suffix).c_str());
+    if (!h)
+        return;   // appends go on under the file lock alone
+    DWORD w = ::WaitForSingleObject(h, INFINITE);
+    if (w != WAIT_OBJECT_0 && w != WAIT_ABANDONED) {
+        ::CloseHandle(h);
+        return;
+    }
+    m_handle = h;
+}
+
+AppendNameLock::~AppendNameLock()
+{
+    if (m_handle) {
+        ::ReleaseMutex(static_cast<HANDLE>(m_handle));
+        ::CloseHandle(static_cast<HANDLE>(m_handle));
+    }
+}
 
 bool appendLock(int fd)
 {
@@ -62,6 +108,16 @@ bool appendLock(int fd)
         return false;
     }
     return true;
+}
+
+uint32_t processGeneration()
+{
+    return 1;
+}
+
+bool appendIsAtomic()
+{
+    return false;
 }
 
 bool appendIsCurrent(int fd, const SWCharString& path)
