@@ -641,6 +641,24 @@ SIArray<SWCharString> SLogger::GetParamList(const SWCharString& logger)
     return names;
 }
 
+CSmartRefCountPtr<ILogger> SLogger::GetLogger(const SWCharString& name)
+{
+    State& s = state();
+    Locked guard(s.loggerLock);
+    LoggerMap::iterator it = s.loggers.find(name);
+    return it == s.loggers.end() ? CSmartRefCountPtr<ILogger>() : it->second;
+}
+
+SIArray<SWCharString> SLogger::GetLoggerNames()
+{
+    State& s = state();
+    Locked guard(s.loggerLock);
+    SIArray<SWCharString> names;
+    for (LoggerMap::iterator it = s.loggers.begin(); it != s.loggers.end(); ++it)
+        names.push_back(it->first);
+    return names;
+}
+
 // ---- the settings as a command line ---------------------------------------------------------
 
 SWCharString SLogger::GetCmdLine()

@@ -55,6 +55,8 @@
 
 namespace Vardo400 {
 
+class ILogger;
+
 class VARDO_API SLogger {
 public:
     // Log levels as stored; GetLogLevel reads every value other than 0, 2, 3 as 1.
@@ -118,6 +120,10 @@ private:
                          const SWCharString& value);
     static SWCharString GetParam(const SWCharString& logger, const SWCharString& name);
     static SIArray<SWCharString> GetParamList(const SWCharString& logger);
+    // The logger registered under name, or null.
+    static CSmartRefCountPtr<ILogger> GetLogger(const SWCharString& name);
+    // The names of the registered loggers, in order.
+    static SIArray<SWCharString> GetLoggerNames();
 };
 
 // Sends a log event whose parameters are the texts up to the first null one (none when
