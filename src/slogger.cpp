@@ -553,7 +553,7 @@ void SLogger::LoadAll(const SWCharString& dir, const CParamLineArgs& args)
             if (!search.isDirectory())
                 files.push_back(search.getName());
     }
-    SWCharString sep(SChar_t<unsigned short, 1>(SFileSys::getSeparator()));
+    const SWCharString sep{SChar_t<unsigned short, 1>(SFileSys::getSeparator())};
     for (size_t i = 0; i < files.size(); ++i)
         LoadDLL(where + sep + files[i], CSharedLibrary::FileName2DllName(files[i]), args);
 }

@@ -195,7 +195,7 @@ int runPlugins(const std::string& dirArg)
     }
     SSFileSearch search(dir, T("log_xn_*"));
     int refused = 0, found = 0;
-    SWCharString sep(SChar_t<unsigned short, 1>(SFileSys::getSeparator()));
+    const SWCharString sep{SChar_t<unsigned short, 1>(SFileSys::getSeparator())};
     while (search.next()) {
         if (search.isDirectory())
             continue;

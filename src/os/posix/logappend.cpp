@@ -69,7 +69,10 @@ bool appendLock(int fd)
 
 AppendNameLock::AppendNameLock(const SWCharString&) : m_handle(nullptr) {}
 
-AppendNameLock::~AppendNameLock() {}
+AppendNameLock::~AppendNameLock()
+{
+    (void)m_handle;   // POSIX keeps no name lock
+}
 
 uint32_t processGeneration()
 {
