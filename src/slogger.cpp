@@ -50,11 +50,27 @@ std::atomic<int32_t> g_logLevel{1};
 std::atomic<int32_t> g_instanceCount{0};
 
 // Ordinal order of the 16-bit units (the string's own operator< puts shorter texts first).
+// 8-bit text seen as UTF-16 (each byte one unit), for looking names up without building
+// a string.
+struct Bytes {
+    const unsigned char* begin;
+    const unsigned char* end;
+};
+
 struct Ordinal {
+    typedef void is_transparent;
     bool operator()(const SWCharString& a, const SWCharString& b) const
     {
         return std::lexicographical_compare(a.data(), a.data() + a.getLength(), b.data(),
                                             b.data() + b.getLength());
+    }
+    bool operator()(const SWCharString& a, const Bytes& b) const
+    {
+        return std::lexicographical_compare(a.data(), a.data() + a.getLength(), b.begin, b.end);
+    }
+    bool operator()(const Bytes& a, const SWCharString& b) const
+    {
+        return std::lexicographical_compare(a.begin, a.end, b.data(), b.data() + b.getLength());
     }
 };
 
@@ -68,6 +84,7 @@ struct State {
     CS_Wrapper loggerLock;
     // Under filterLock.
     FilterSet filter;
+    bool filterExcludes = false;   // the set holds "^": it lists files not to trace
     bool inShouldTrace = false;
     // Under loggerLock.
     LoggerMap loggers;
@@ -124,6 +141,8 @@ void publishTraceTypes(uint32_t types)
 // After a change of the filter set, under the filter lock.
 void publishFilterCount(size_t count)
 {
+    State& s = state();
+    s.filterExcludes = s.filter.count(SWCharString(SChar_t<unsigned short, 1>('^'))) != 0;
     g_filterCount.store(static_cast<uint32_t>(count), std::memory_order_relaxed);
     if (count)
         TraceSwitches::Word.fetch_or(TraceSwitches::FilterBit, std::memory_order_release);
@@ -160,15 +179,17 @@ SWCharString registryValue(const char* name)
 }
 
 // The name and extension of a source path given in 8-bit text (either separator).
-SWCharString sourceFileName(const char* path)
+Bytes sourceFileName(const char* path)
 {
+    static const unsigned char none = 0;
     if (!path)
-        return SWCharString();
+        return Bytes{&none, &none};
     const char* name = path;
-    for (const char* p = path; *p; ++p)
+    const char* p = path;
+    for (; *p; ++p)
         if (*p == '/' || *p == '\\')
             name = p + 1;
-    return text(name);
+    return Bytes{reinterpret_cast<const unsigned char*>(name), reinterpret_cast<const unsigned char*>(p)};
 }
 
 int importanceOf(int level, uint32_t word)
@@ -368,15 +389,9 @@ bool SLogger::ShouldTrace(int type, const char* sourceFile)
         return false;
     s.inShouldTrace = true;
     bool allowed = true;
-    try {
-        if (!s.filter.empty()) {
-            SWCharString name = sourceFileName(sourceFile);
-            bool listed = s.filter.count(name) != 0;
-            bool exclusion = s.filter.count(text("^")) != 0;
-            allowed = exclusion ? !listed : listed;
-        }
-    } catch (...) {
-        allowed = false;
+    if (!s.filter.empty()) {
+        const bool listed = s.filter.find(sourceFileName(sourceFile)) != s.filter.end();
+        allowed = s.filterExcludes ? !listed : listed;
     }
     s.inShouldTrace = false;
     return allowed;
