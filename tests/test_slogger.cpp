@@ -719,6 +719,21 @@ TEST_F(SLoggerTest, PluginsReceiveEveryMessageAndTerminate)
     EXPECT_NE(std::string::npos, main.back().find("\treenter\r"));
 }
 
+TEST_F(SLoggerTest, SystemPluginStartsWithItsCategoryCount)
+{
+#ifndef VARDO_SYSTEM_PLUGIN_DIR
+    GTEST_SKIP() << "the system plug-in is built with the tools";
+#else
+    // Found by its library name, registered as "log_xn_system", started with the
+    // process's command line plus "numcategories" 42.
+    ASSERT_TRUE(initLogger("/opt/bin/myserver.exe -logFile main.log -loggingPath " + pathU8(m_dir) +
+                           " -loggingPluginDir " + VARDO_SYSTEM_PLUGIN_DIR));
+    EXPECT_EQ("42", SLoggerAccess::GetParam("log_xn_system", "numcategories"));
+    EXPECT_EQ("myserver", SLoggerAccess::GetParam("log_xn_system", "source"));
+    EXPECT_NE(std::string::npos, U8(SLogger::GetCmdLine()).find(" -numcategories 42"));
+#endif
+}
+
 TEST_F(SLoggerTest, PluginLoaderRefusesIncompleteLibraries)
 {
     const std::string dir = pluginDir();
