@@ -1,6 +1,9 @@
-// Trace and assertion entry points. Until a logger exists they drop every message;
-// an installed assertion observer still sees assertion reports.
+// Trace and assertion entry points, routed through the process's logger. Until a logger
+// exists they drop every message; an installed assertion observer still sees assertion
+// reports.
 #include "vardo/strace.h"
+#include "vardo/slogger.h"
+#include "vardo/sstackwalk.h"
 #include "vardo/sresstring.h"
 #include "vardo/sdatetime.h"
 #include "vardo/neutralstr.h"
@@ -36,15 +39,43 @@ SAssertObserver SetAssertObserver(SAssertObserver observer)
     return old;
 }
 
-bool ShouldTrace(int type, const char* sourceFile) { return false; }
+namespace TraceSwitches {
+std::atomic<uint32_t> Word{0};
 
-bool ShouldAssert(const char*) { return g_assertObserver != nullptr; }
+bool Filtered(int type, const char* sourceFile)
+{
+    return SLogger::ShouldTrace(type, sourceFile);
+}
+} // namespace TraceSwitches
 
+bool ShouldAssert(const char* text)
+{
+    return g_assertObserver != nullptr || SLogger::ShouldAssert(text);
+}
+
+// "Stack Dump:" and the walk of the calling thread's stack, as a general trace. Kept out
+// of line so that the one frame skipped is always this function's own.
+__attribute__((noinline)) static void traceStackDump()
+{
+    SWCharString walk;
+    SStackWalk::StackWalkAll(walk, 1);
+    SLogger::Trace(0, ascii("Stack Dump:") + walk);
+}
+
+// The report goes to the observer and to the logger; it never stops the program.
 static void report(const char* file, int line, const char* expression, const SWCharString& message)
 {
     SAssertObserver o = g_assertObserver;
     if (o)
         o(file, line, expression, message);
+    try {
+        SResString text("assert failure: (%1:%2). (%3 : %4).", '%');
+        text.append(widen(file)).append(line).append(widen(expression)).append(message);
+        SLogger::Trace(0, text.format());
+        if (SLogger::CanStackDump())
+            traceStackDump();
+    } catch (...) {
+    }
 }
 
 void SAssert(const char* file, int line, const char* expression)
@@ -62,7 +93,26 @@ void SAssert(const char* file, int line, const char* expression, const unsigned 
     report(file, line, expression, SWCharString(message));
 }
 
-void STraceMsg(int type, const char* file, int line, const SWCharString& message) {}
+void STraceMsg(int type, const char* file, int line, const SWCharString& message)
+{
+    if (type < 0 || type > 3)
+        return;
+    try {
+        SWCharString text;
+        if (type == 0) {
+            if (file && line != 0) {
+                char num[16];
+                std::snprintf(num, sizeof num, "%d", line);
+                text = ascii("(") + widen(file) + ascii(":") + ascii(num) + ascii("): ");
+            }
+            text += ascii("trace message: ") + message;
+        } else {
+            text = message;
+        }
+        SLogger::Trace(type, text);
+    } catch (...) {
+    }
+}
 
 // printf-style conversions become numbered placeholders: "%d of %5.2f" -> "%1 of %2".
 // A percent sign not followed by a conversion letter is kept as written.
@@ -136,19 +186,56 @@ SWCharString STraceHelper(const unsigned short* format, const STraceParameter& p
     return STraceHelper(SWCharString(format), p1, p2, p3, p4, p5, p6, p7, p8, p9, p10, p11, p12);
 }
 
-void STrace(const char*, const STraceParameter&, const STraceParameter&, const STraceParameter&,
-            const STraceParameter&, const STraceParameter&, const STraceParameter&,
-            const STraceParameter&, const STraceParameter&, const STraceParameter&,
-            const STraceParameter&, const STraceParameter&, const STraceParameter&)
+template <class Format>
+static void traceFormatted(const Format& format, const STraceParameter& p1, const STraceParameter& p2,
+                           const STraceParameter& p3, const STraceParameter& p4,
+                           const STraceParameter& p5, const STraceParameter& p6,
+                           const STraceParameter& p7, const STraceParameter& p8,
+                           const STraceParameter& p9, const STraceParameter& p10,
+                           const STraceParameter& p11, const STraceParameter& p12)
 {
+    try {
+        SLogger::Trace(0, ascii("trace message: ") +
+                              STraceHelper(format, p1, p2, p3, p4, p5, p6, p7, p8, p9, p10, p11, p12));
+    } catch (...) {
+    }
 }
 
-void STrace(const unsigned short*, const STraceParameter&, const STraceParameter&,
-            const STraceParameter&, const STraceParameter&, const STraceParameter&,
-            const STraceParameter&, const STraceParameter&, const STraceParameter&,
-            const STraceParameter&, const STraceParameter&, const STraceParameter&,
-            const STraceParameter&)
+void STrace(const char* format, const STraceParameter& p1, const STraceParameter& p2,
+            const STraceParameter& p3, const STraceParameter& p4, const STraceParameter& p5,
+            const STraceParameter& p6, const STraceParameter& p7, const STraceParameter& p8,
+            const STraceParameter& p9, const STraceParameter& p10, const STraceParameter& p11,
+            const STraceParameter& p12)
 {
+    traceFormatted(format, p1, p2, p3, p4, p5, p6, p7, p8, p9, p10, p11, p12);
+}
+
+void STrace(const unsigned short* format, const STraceParameter& p1, const STraceParameter& p2,
+            const STraceParameter& p3, const STraceParameter& p4, const STraceParameter& p5,
+            const STraceParameter& p6, const STraceParameter& p7, const STraceParameter& p8,
+            const STraceParameter& p9, const STraceParameter& p10, const STraceParameter& p11,
+            const STraceParameter& p12)
+{
+    traceFormatted(format, p1, p2, p3, p4, p5, p6, p7, p8, p9, p10, p11, p12);
+}
+
+void SLog(SLogger::loglevel level, SLogger::logcategory category, unsigned long msgId,
+          const unsigned short* p1, const unsigned short* p2, const unsigned short* p3,
+          const unsigned short* p4, const unsigned short* p5, const unsigned short* p6,
+          const unsigned short* p7, const unsigned short* p8, const unsigned short* p9,
+          const unsigned short* p10)
+{
+    try {
+        const unsigned short* all[] = {p1, p2, p3, p4, p5, p6, p7, p8, p9, p10};
+        SIArray<SWCharString> params;
+        for (const unsigned short* p : all) {
+            if (!p)
+                break;
+            params.push_back(SWCharString(p));
+        }
+        SLogger::Log(level, category, msgId, params);
+    } catch (...) {
+    }
 }
 
 // ---- STraceParameter ----------------------------------------------------------------------

@@ -7,6 +7,9 @@
 
 #include "sstring.h"
 
+#include <atomic>
+#include <cstdint>
+
 namespace Vardo400 {
 
 class SDateTime;
@@ -37,9 +40,30 @@ private:
     bool m_bEmpty;
 };
 
+// What the inline ShouldTrace reads; written by the logger only, not for callers.
+namespace TraceSwitches {
+// Bits 0-3: the trace types switched on (all clear while no logger exists); bit 4: a
+// trace file filter exists.
+extern VARDO_API std::atomic<uint32_t> Word;
+const uint32_t FilterBit = 1u << 4;
+// The full test of SLogger::ShouldTrace, with the file filter.
+VARDO_API bool Filtered(int type, const char* sourceFile);
+} // namespace TraceSwitches
+
 // Whether a trace of this type (0 general, 1 request, 2 warning, 3 SDK request) from
-// this source file would be written. False while no logger exists.
-VARDO_API bool ShouldTrace(int type, const char* sourceFile);
+// this source file would be written: the type is switched on (requests and warnings
+// also by general traces) and the file passes the file filter. False while no logger
+// exists. Without a filter this is one relaxed load and a few bit tests, inline.
+inline bool ShouldTrace(int type, const char* sourceFile)
+{
+    const uint32_t word = TraceSwitches::Word.load(std::memory_order_relaxed);
+    if (word & TraceSwitches::FilterBit)
+        return TraceSwitches::Filtered(type, sourceFile);
+    // Per type the switches that allow it: 0 -> bit 0, 1 -> bits 0|1, 2 -> bits 0|2,
+    // 3 -> bit 3; none for any other type.
+    const uint32_t allowedBy = static_cast<unsigned>(type) < 4u ? (0x8531u >> (type * 4)) & 0xFu : 0u;
+    return (word & allowedBy) != 0;
+}
 // Whether assertions are reported. The text is not consulted.
 VARDO_API bool ShouldAssert(const char* text = 0);
 

@@ -37,6 +37,8 @@
 #include "sfilelock.h"
 #include "cparamlineargs.h"
 #include "configfilereader.h"
+#include "slogger.h"
+#include "sloggerplugin.h"
 #include "seventlog.h"
 #include "sstackwalk.h"
 #include "scompress.h"

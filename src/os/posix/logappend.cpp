@@ -1,0 +1,123 @@
+// Shared log appends on POSIX: flock (one lock per open file description, so threads
+// with descriptors of their own exclude each other as processes do), inode identity,
+// and renameat2 with RENAME_NOREPLACE (link and unlink where the file system lacks it).
+#include "os/os_logappend.h"
+
+#include "vardo/sstring.h"
+
+#include <atomic>
+#include <cerrno>
+#include <pthread.h>
+#include <string>
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Vardo400 {
+namespace os {
+
+namespace {
+
+bool utf8Path(const SWCharString& path, std::string& out)
+{
+    unsigned int room = path.getNBytesForUTF8();
+    if (path.isEmpty() || room == 0xFFFFFFFFu) {
+        errno = EINVAL;
+        return false;
+    }
+    out.assign(room + 1, '\0');
+    unsigned int n = path.toUTF8(reinterpret_cast<unsigned char*>(&out[0]), room + 1);
+    if (n == 0xFFFFFFFFu) {
+        errno = EINVAL;
+        return false;
+    }
+    out.resize(n);
+    return true;
+}
+
+std::atomic<uint32_t> g_generation{1};
+
+void forkedChild()
+{
+    g_generation.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Registered while the library loads, before any thread of it can fork.
+struct ForkWatch {
+    ForkWatch() { ::pthread_atfork(nullptr, nullptr, forkedChild); }
+} g_forkWatch;
+
+#ifndef RENAME_NOREPLACE
+#define RENAME_NOREPLACE (1 << 0)
+#endif
+
+} // namespace
+
+bool appendLock(int fd)
+{
+    for (;;) {
+        if (::flock(fd, LOCK_EX) == 0)
+            return true;
+        if (errno != EINTR)
+            return false;
+    }
+}
+
+AppendNameLock::AppendNameLock(const SWCharString&) : m_handle(nullptr) {}
+
+AppendNameLock::~AppendNameLock()
+{
+    (void)m_handle;   // POSIX keeps no name lock
+}
+
+uint32_t processGeneration()
+{
+    return g_generation.load(std::memory_order_relaxed);
+}
+
+bool appendIsAtomic()
+{
+    return true;
+}
+
+bool appendIsCurrent(int fd, const SWCharString& path)
+{
+    std::string name;
+    struct stat open, named;
+    if (!utf8Path(path, name) || ::fstat(fd, &open) != 0)
+        return true;
+    if (::stat(name.c_str(), &named) != 0)
+        return errno != ENOENT;
+    return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+int renameNoReplace(const SWCharString& from, const SWCharString& to)
+{
+    std::string src, dst;
+    if (!utf8Path(from, src) || !utf8Path(to, dst))
+        return -1;
+#ifdef SYS_renameat2
+    if (::syscall(SYS_renameat2, AT_FDCWD, src.c_str(), AT_FDCWD, dst.c_str(),
+                  RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+        return -1;
+#endif
+    // A second name first: link fails with EEXIST rather than replacing.
+    if (::link(src.c_str(), dst.c_str()) != 0)
+        return -1;
+    if (::unlink(src.c_str()) != 0) {
+        int e = errno;
+        ::unlink(dst.c_str());
+        errno = e;
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace os
+} // namespace Vardo400

@@ -1,0 +1,167 @@
+// A logging plug-in for the tests: it records every call it receives, one line each, to
+// the file named by its "-recordFile" option, so a test can read back what the logger
+// handed it. Built three times:
+//   log_xn_record     all nine exports
+//   log_xn_noexport   without "GetParamList" (the logger must refuse it)
+//   log_xn_failinit   "Initialize" returns 1 (kept, inactive)
+// Commands hidden in trace texts let a test provoke what real plug-ins might do:
+// "reenter" traces from inside the trace and records the result.
+#include <vardo/sloggerplugin.h>
+#include <vardo/slogger.h>
+#include <vardo/strace.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+namespace {
+
+std::mutex g_lock;
+std::string g_file;
+std::string g_paramValue = "initial";
+std::atomic<int> g_outstanding{0};
+
+// UTF-16 to 7-bit (tests use ASCII texts; anything else shows as '?').
+std::string narrow(const unsigned short* s)
+{
+    std::string r;
+    if (!s)
+        return "(null)";
+    for (; *s; ++s)
+        r += *s < 128 ? static_cast<char>(*s) : '?';
+    return r;
+}
+
+unsigned short* handOut(const std::string& s)
+{
+    unsigned short* p = static_cast<unsigned short*>(std::malloc((s.size() + 1) * 2));
+    if (!p)
+        return nullptr;
+    for (size_t i = 0; i < s.size(); ++i)
+        p[i] = static_cast<unsigned char>(s[i]);
+    p[s.size()] = 0;
+    ++g_outstanding;
+    return p;
+}
+
+void record(const std::string& line)
+{
+    std::lock_guard<std::mutex> guard(g_lock);
+    if (g_file.empty())
+        return;
+    if (FILE* f = std::fopen(g_file.c_str(), "ab")) {
+        std::fputs((line + "\n").c_str(), f);
+        std::fclose(f);
+    }
+}
+
+// The value of "-recordFile" in a command line (the path may not hold blanks).
+std::string option(const std::string& line, const char* name)
+{
+    std::string key = std::string("-") + name + " ";
+    size_t at = line.find(key);
+    if (at == std::string::npos)
+        return std::string();
+    at += key.size();
+    size_t end = line.find(' ', at);
+    return line.substr(at, end == std::string::npos ? std::string::npos : end - at);
+}
+
+} // namespace
+
+VARDO_LOGPLUGIN_EXPORT int Initialize(const unsigned short* cmdLine)
+{
+    std::string line = narrow(cmdLine);
+    {
+        std::lock_guard<std::mutex> guard(g_lock);
+        g_file = option(line, "recordFile");
+    }
+    record("init " + line);
+#ifdef RECORD_FAIL_INIT
+    return 1;
+#else
+    return 0;
+#endif
+}
+
+VARDO_LOGPLUGIN_EXPORT void Terminate()
+{
+    record("terminate outstanding=" + std::to_string(g_outstanding.load()));
+}
+
+VARDO_LOGPLUGIN_EXPORT int Trace(int type, const unsigned short* text)
+{
+    std::string t = narrow(text);
+    record("trace " + std::to_string(type) + " " + t);
+    if (t.find("reenter") != std::string::npos) {
+        bool inner = Vardo400::SLogger::Trace(0, Vardo400::SWCharString(
+                                                     reinterpret_cast<const unsigned short*>(u"inner")));
+        record(std::string("reenter result=") + (inner ? "true" : "false"));
+    }
+    return 0;
+}
+
+VARDO_LOGPLUGIN_EXPORT int Log(int level, int category, unsigned long msgId, unsigned int count,
+                               const unsigned short* const* params)
+{
+    std::string line = "log " + std::to_string(level) + " " + std::to_string(category) + " " +
+                       std::to_string(msgId) + " " + std::to_string(count);
+    for (unsigned int i = 0; i < count; ++i)
+        line += " " + narrow(params[i]);
+    record(line);
+    return 0;
+}
+
+VARDO_LOGPLUGIN_EXPORT int SetParam(const unsigned short* name, const unsigned short* value)
+{
+    std::string n = narrow(name), v = narrow(value);
+    record("setparam " + n + " " + v);
+    if (n != "level")
+        return 1;
+    std::lock_guard<std::mutex> guard(g_lock);
+    g_paramValue = v;
+    return 0;
+}
+
+VARDO_LOGPLUGIN_EXPORT int GetParam(const unsigned short* name, unsigned short** value)
+{
+    std::string n = narrow(name);
+    record("getparam " + n);
+    if (n != "level") {
+        *value = nullptr;
+        return 1;
+    }
+    std::lock_guard<std::mutex> guard(g_lock);
+    *value = handOut(g_paramValue);
+    return 0;
+}
+
+#ifndef RECORD_NO_GETPARAMLIST
+VARDO_LOGPLUGIN_EXPORT int GetParamList(unsigned short** names, unsigned int capacity,
+                                        unsigned int* count)
+{
+    record("getparamlist");
+    *count = 0;
+    if (capacity >= 1)
+        names[(*count)++] = handOut("level");
+    if (capacity >= 2)
+        names[(*count)++] = handOut("unset");
+    return 0;
+}
+#endif
+
+VARDO_LOGPLUGIN_EXPORT void FreeString(unsigned short* text)
+{
+    if (text) {
+        --g_outstanding;
+        std::free(text);
+    }
+}
+
+VARDO_LOGPLUGIN_EXPORT int GetDLLVersion()
+{
+    return 42;
+}

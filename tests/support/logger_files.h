@@ -1,0 +1,35 @@
+// Helpers for the logger's tests: a scratch folder per test, the logger brought down
+// after each test, and log files read back as lines.
+#ifndef VARDO_TEST_LOGGER_FILES_H
+#define VARDO_TEST_LOGGER_FILES_H
+
+#include <vardo/sstring.h>
+
+#include "text.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace vardo_test {
+
+// UTF-8 as text and back (text.h); U8 is U under the name these tests use.
+inline std::string U8(const Vardo400::SWCharString& s) { return U(s); }
+std::string pathU8(const std::filesystem::path& p);
+
+// A new empty folder below the system's temporary folder.
+std::filesystem::path makeScratchDir(const std::string& prefix);
+// The whole file, or "" when it cannot be read.
+std::string readFile(const std::filesystem::path& p);
+// The file cut at "\n"; each line keeps its "\r". A last piece without "\n" is kept too.
+std::vector<std::string> readLines(const std::filesystem::path& p);
+// Names (no folder) of the folder's regular files, sorted.
+std::vector<std::string> listFiles(const std::filesystem::path& dir);
+// Calls SLogger::Terminate until the logger is gone.
+void terminateLogger();
+// Initializes the logger with the command line (UTF-8); false when Initialize failed.
+bool initLogger(const std::string& cmdLine, bool reload = false);
+
+} // namespace vardo_test
+
+#endif
