@@ -3,6 +3,7 @@
 
 #include <vardo/vardo.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -219,6 +220,77 @@ void lockFiles(const SWCharString& scratch)
     second.unlock();
 }
 
+void compression()
+{
+    heading("compression");
+    SAsciiString text;
+    for (int i = 0; i < 200; ++i)
+        text += "the same line again and again; ";
+    SSimpleBuffer packed;
+    int rc = SCompression::compress_buffer(text, packed, 9);
+    std::printf("%u bytes of repeated text -> %u bytes at level 9 (code %d); header (big-endian length): %s\n",
+                text.getLength(), static_cast<unsigned>(packed.size()), rc,
+                hex(reinterpret_cast<const char*>(packed.data()), 4).c_str());
+    SAsciiString back;
+    rc = SCompression::decompress_buffer(packed, back);
+    std::printf("decompressed: code %d, %s\n", rc, back == text ? "identical" : "DIFFERENT");
+    unsigned char claim[] = {0xFF, 0xFF, 0xFF, 0xFF, 0x78, 0x9C, 0x03, 0x00, 0x00, 0x00, 0x00, 0x01};
+    SSimpleBuffer bogus(claim, sizeof claim);
+    SSimpleBuffer none;
+    std::printf("a 4 GB claim on a %u-byte buffer: code %d, nothing allocated\n", static_cast<unsigned>(sizeof claim),
+                SCompression::decompress_buffer(bogus, none));
+}
+
+void encryption()
+{
+    heading("encryption (through the WrapCryptoC provider)");
+    SCrypt crypt;
+    if (!crypt.Init()) {
+        std::printf("the provider is not available: %s\n", StrongEncryptionException::ReasonText(1));
+        return;
+    }
+    SCrypt::Key key;
+    crypt.makeKey(T("correct horse battery staple"), key);
+    SSimpleBuffer sealed;
+    crypt.encrypt(T("Grüße, secret text"), key, sealed);
+    std::printf("18 characters -> %u bytes, format version %d\n", static_cast<unsigned>(sealed.size()),
+                SCrypt::getHeaderVersion(sealed.data(), static_cast<uint32_t>(sealed.size())));
+    SWCharString opened;
+    int status = crypt.decrypt(sealed, key, opened);
+    std::printf("decrypted with the right key: status %d \"%s\"\n", status, utf8(opened).c_str());
+    SCrypt::Key wrong;
+    crypt.makeKey(T("wrong"), wrong);
+    status = crypt.decrypt(sealed, wrong, opened);
+    std::printf("with a wrong key: status %d (%s)\n", status, StrongEncryptionException::ReasonText(status));
+}
+
+void logging(const SWCharString& scratch)
+{
+    heading("logger, trace and stack walk");
+    SWCharString logFile = scratch + T("/demo.log");
+    CParamLineArgs args(T("vardo -trace -logFile \"") + logFile + T("\""));
+    SLogger::Initialize(args, false);
+    std::printf("options in effect: %s\n", utf8(SLogger::GetCmdLine()).c_str());
+    STrace("demo trace with %s and %d", T("text"), 42);
+    VARDO_ASSERT_TEXT("a failed check is reported and the program goes on");
+    SLogger::Terminate();
+    SFile f(logFile);
+    f.open(SFile::readOnly, 0, SFile::denyNothing);
+    int n = 0;
+    while (!f.eof()) {
+        SWCharString line = f.readLine();
+        if (n++ < 3)
+            std::printf("  %s\n", utf8(line).c_str());
+    }
+    std::printf("%d lines in the main log\n", n);
+    SWCharString walk;
+    SStackWalk::StackWalkAll(walk, 0);
+    // Frames without line information follow one another on one line: cut at the next "0x".
+    std::string frames = utf8(walk);
+    size_t next = frames.find("0x", 2);
+    std::printf("innermost frame of a live stack walk: %s\n", frames.substr(0, std::min(next, frames.find('\n'))).c_str());
+}
+
 int demo(const std::vector<std::string>&)
 {
     std::printf("%s %s (%s)\n", LibraryName(), LibraryVersion(), LibraryPlatform());
@@ -234,6 +306,9 @@ int demo(const std::vector<std::string>&)
         SWCharString scratch = SFileSys::getUniqueDirname(SFileSys::getTempDirname(), T("vardo_demo_"), true);
         registry(scratch);
         lockFiles(scratch);
+        compression();
+        encryption();
+        logging(scratch);
         SFileSys::rremove(scratch);
     } catch (const SException& e) {
         std::printf("scratch folder: %s\n", utf8(e.summary()).c_str());
