@@ -4,7 +4,8 @@ set -euo pipefail
 pkgs=(cmake ninja-build g++ pkg-config git python3 locales
       googletest libgtest-dev libbenchmark-dev unicode-data
       zlib1g-dev libssl-dev libsqlite3-dev libicu-dev libdw-dev clang
-      g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 sqlite3)
+      g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 sqlite3
+      python3-aiosmtpd)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

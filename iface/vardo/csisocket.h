@@ -31,7 +31,7 @@ namespace Vardo400 {
 class VARDO_API CSISocket {
 public:
     // The invalid socket.
-    static constexpr unsigned int invalidSocket = 0xFFFFFFFFu;
+    enum : unsigned int { invalidSocket = 0xFFFFFFFFu };
 
     // A server for ping(): host name or dotted address, and port.
     struct ServerToPing {

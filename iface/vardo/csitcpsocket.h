@@ -25,12 +25,10 @@ namespace Vardo400 {
 class VARDO_API CSITcpSocket {
 public:
     // Size of the receive buffer; the longest line GetLine returns.
-    static constexpr int bufferSize = 8192;
-    static constexpr int maxLineLength = 2048;
+    enum { bufferSize = 8192, maxLineLength = 2048 };
     // Bounds of the drain in AbortSocket: it waits at most this long in all and reads
     // at most this many bytes before closing.
-    static constexpr int abortDrainMilliseconds = 500;
-    static constexpr int abortDrainBytes = 65536;
+    enum { abortDrainMilliseconds = 500, abortDrainBytes = 65536 };
 
     // Stores host and port; no connection yet.
     CSITcpSocket(const SAnsiString& host, unsigned short port);

@@ -36,5 +36,8 @@
 #include "sfilelock.h"
 #include "cparamlineargs.h"
 #include "configfilereader.h"
+#include "csisocket.h"
+#include "csitcpsocket.h"
+#include "csismtpmail.h"
 
 #endif

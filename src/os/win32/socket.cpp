@@ -104,7 +104,7 @@ int socketListen(Socket s, int backlog)
 
 int socketSelect(int count, void* readSet, void* writeSet, void* exceptSet, void* timeout)
 {
-    int rc = ::select(count, (fd_set*)readSet, (fd_set*)writeSet, (fd_set*)exceptSet, (const timeval*)timeout);
+    int rc = ::select(count, (fd_set*)readSet, (fd_set*)writeSet, (fd_set*)exceptSet, (timeval*)timeout);
     return rc == SOCKET_ERROR ? -1 : rc;
 }
 
