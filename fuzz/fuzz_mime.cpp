@@ -13,6 +13,7 @@
 
 #include "smtp_peer.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -151,10 +152,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     while (fields.size() < 2)
         fields.emplace_back();
-    std::string subject = fields[0], text = fields[1];
+    // The library's texts end at a zero unit: zero bytes are left out of the text fields.
+    auto noZero = [](std::string s) {
+        s.erase(std::remove(s.begin(), s.end(), '\0'), s.end());
+        return s;
+    };
+    std::string subject = noZero(fields[0]), text = noZero(fields[1]);
     std::vector<std::pair<std::string, std::string>> atts;
     for (size_t i = 2; i + 1 < fields.size() && atts.size() < 4; i += 2)
-        atts.push_back({fields[i], fields[i + 1]});
+        atts.push_back({noZero(fields[i]), fields[i + 1]});
 
     char dir[] = "/tmp/fuzz_mime_XXXXXX";
     if (!mkdtemp(dir))

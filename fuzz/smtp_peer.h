@@ -73,8 +73,9 @@ inline std::string drain(int fd, int ms)
     }
 }
 
-// Reads one line ending in "\n" (what came when the peer closes or ms pass).
-inline std::string readLine(int fd, std::string& pending, int ms = 5000)
+// Reads one line ending in "\n" (what came when the peer closes or ms pass); *closed
+// (if given) is set when the peer closed its side.
+inline std::string readLine(int fd, std::string& pending, int ms = 5000, bool* closed = nullptr)
 {
     char buf[65536];
     for (;;) {
@@ -88,8 +89,11 @@ inline std::string readLine(int fd, std::string& pending, int ms = 5000)
         if (::poll(&p, 1, ms) != 1)
             break;
         ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-        if (n <= 0)
+        if (n <= 0) {
+            if (closed)
+                *closed = true;
             break;
+        }
         pending.append(buf, (size_t)n);
     }
     std::string rest;

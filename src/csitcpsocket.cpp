@@ -54,7 +54,19 @@ bool CSITcpSocket::TcpOpen()
         os::Socket s = os::socketCreate(os::nativeFamily(a.family), os::streamType(), os::tcpProtocol());
         if (s == os::InvalidSocket)
             return false;
-        if (os::socketConnect(s, a.bytes, a.length) == 0) {
+        bool connected = os::socketConnect(s, a.bytes, a.length) == 0;
+        if (!connected && os::lastError() == os::WsaInterrupted) {
+            // An interrupted blocking connect goes on in the background: wait for it.
+            int ready;
+            do {
+                ready = os::waitReady(s, true, -1);
+            } while (ready < 0 && os::lastError() == os::WsaInterrupted);
+            connected = ready == 1 && os::socketPendingError(s) == 0;
+        }
+        if (connected) {
+            // Commands and pieces go out whole: no waiting for the peer's acknowledgement
+            // before a short write.
+            os::socketSetNoDelay(s);
             m_nSocket = s;
             m_nUnread = 0;
             m_pCursor = m_pBuffer.get();

@@ -2,6 +2,7 @@
 // by Python's email package) and against scripted peers for what a real server will not do.
 #include "vardo/csismtpmail.h"
 #include "vardo/csiprocess.h"
+#include "vardo/sfile.h"
 #include "vardo/sfilesys.h"
 
 #include "smtp_server_process.h"
@@ -387,6 +388,20 @@ TEST(SmtpInput, UnsafeAddressesAreRefusedBeforeAnythingIsSent)
             }
         }
     }
+    EXPECT_EQ(0, connections.load());
+    EXPECT_EQ(0, ownTempFiles());
+}
+
+TEST(SmtpInput, MissingAttachmentThrowsAndLeavesNoTemporaryFile)
+{
+    std::atomic<int> connections{0};
+    ScriptedPeer peer([&](PeerConn&) { ++connections; }, false, 1);
+    TempDir dir;
+    CSISMTPMail mail(U("from@x"), U("127.0.0.1"), peer.port(), U(""));
+    mail.AddToAddress(U("to@x"), U(""));
+    mail.AddAttachment(U((dir.path / "missing.bin").string()), U(""), U(""));
+    EXPECT_THROW(mail.SendMessageW(), SFileException);
+    EXPECT_THROW(mail.SendSMTPMessage(true), SFileException);
     EXPECT_EQ(0, connections.load());
     EXPECT_EQ(0, ownTempFiles());
 }

@@ -17,6 +17,8 @@ namespace Vardo400 {
 // name. A name's IPv4 addresses are tried in the resolver's order; a name that resolves
 // only to IPv6 addresses is tried over IPv6, in the resolver's order.
 //
+// Connections send each write at once (TCP_NODELAY), since callers write whole commands.
+//
 // Every failed send or receive, and a read through GetLine or GetBuffer that times out,
 // closes the connection (AbortSocket), so the next call fails at once. Closed, the object
 // may be opened again. The destructor closes an open connection at once (no drain).

@@ -62,6 +62,8 @@ int socketClose(Socket s);
 int socketGetsockname(Socket s, void* address, int* length);
 // Non-blocking mode on or off: 0, or -1.
 int socketSetNonBlocking(Socket s, bool on);
+// Sends small writes at once (TCP_NODELAY): 0, or -1.
+int socketSetNoDelay(Socket s);
 // The pending error of the socket (SO_ERROR) as a Winsock number, 0 when none.
 int socketPendingError(Socket s);
 

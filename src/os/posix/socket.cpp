@@ -12,6 +12,7 @@
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -201,6 +202,12 @@ int socketSetNonBlocking(Socket s, bool on)
         return fail();
     flags = on ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
     return ::fcntl((int)s, F_SETFL, flags) == 0 ? 0 : fail();
+}
+
+int socketSetNoDelay(Socket s)
+{
+    int on = 1;
+    return ::setsockopt((int)s, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0 ? 0 : fail();
 }
 
 int socketPendingError(Socket s)

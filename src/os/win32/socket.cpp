@@ -141,6 +141,12 @@ int socketSetNonBlocking(Socket s, bool on)
     return ::ioctlsocket((SOCKET)s, FIONBIO, &mode) == 0 ? 0 : fail();
 }
 
+int socketSetNoDelay(Socket s)
+{
+    BOOL on = TRUE;
+    return ::setsockopt((SOCKET)s, IPPROTO_TCP, TCP_NODELAY, (const char*)&on, sizeof on) == 0 ? 0 : fail();
+}
+
 int socketPendingError(Socket s)
 {
     int err = 0;
