@@ -12,9 +12,20 @@ namespace os {
 
 namespace {
 
+// The error of the thread's last failing socket call, kept apart from GetLastError,
+// which any later Win32 call may overwrite.
+thread_local int t_lastError = 0;
+
 int fail()
 {
+    t_lastError = WSAGetLastError();
     return -1;
+}
+
+Socket failedSocket()
+{
+    t_lastError = WSAGetLastError();
+    return InvalidSocket;
 }
 
 Address fromNative(const sockaddr* sa, int len)
@@ -30,14 +41,14 @@ Address fromNative(const sockaddr* sa, int len)
 Socket notInheritable(SOCKET s)
 {
     if (s == INVALID_SOCKET)
-        return InvalidSocket;
+        return failedSocket();
     SetHandleInformation((HANDLE)s, HANDLE_FLAG_INHERIT, 0);
     return (Socket)s;
 }
 
 int resolverFailed(int rc)
 {
-    WSASetLastError(rc);
+    t_lastError = rc;
     return rc;
 }
 
@@ -67,7 +78,10 @@ bool startup(int major, int minor)
 
 int cleanup()
 {
-    return WSACleanup() == 0 ? 0 : WSAGetLastError();
+    if (WSACleanup() == 0)
+        return 0;
+    fail();
+    return t_lastError;
 }
 
 void cancelBlockingCall()
@@ -75,7 +89,7 @@ void cancelBlockingCall()
     WSACancelBlockingCall();
 }
 
-int lastError() { return WSAGetLastError(); }
+int lastError() { return t_lastError; }
 
 Socket socketCreate(int family, int type, int protocol)
 {
@@ -89,7 +103,14 @@ Socket socketAccept(Socket s, void* address, int* length)
 
 int socketConnect(Socket s, const void* address, int length)
 {
-    return ::connect((SOCKET)s, (const sockaddr*)address, length) == 0 ? 0 : fail();
+    if (::connect((SOCKET)s, (const sockaddr*)address, length) == 0)
+        return 0;
+    fail();
+    // A socket whose connect was refused cannot connect again; Winsock reports the later
+    // attempts as aborted. They stem from the refusal, and the retry rules treat them so.
+    if (t_lastError == WSAECONNABORTED)
+        t_lastError = WSAECONNREFUSED;
+    return -1;
 }
 
 int socketBind(Socket s, const void* address, int length)
@@ -105,19 +126,19 @@ int socketListen(Socket s, int backlog)
 int socketSelect(int count, void* readSet, void* writeSet, void* exceptSet, void* timeout)
 {
     int rc = ::select(count, (fd_set*)readSet, (fd_set*)writeSet, (fd_set*)exceptSet, (timeval*)timeout);
-    return rc == SOCKET_ERROR ? -1 : rc;
+    return rc == SOCKET_ERROR ? fail() : rc;
 }
 
 int socketRecv(Socket s, char* buffer, int length, int flags)
 {
     int n = ::recv((SOCKET)s, buffer, length, flags);
-    return n == SOCKET_ERROR ? -1 : n;
+    return n == SOCKET_ERROR ? fail() : n;
 }
 
 int socketSend(Socket s, const char* buffer, int length, int flags)
 {
     int n = ::send((SOCKET)s, buffer, length, flags);
-    return n == SOCKET_ERROR ? -1 : n;
+    return n == SOCKET_ERROR ? fail() : n;
 }
 
 int socketShutdown(Socket s, int how)
@@ -151,8 +172,10 @@ int socketPendingError(Socket s)
 {
     int err = 0;
     int len = sizeof err;
-    if (::getsockopt((SOCKET)s, SOL_SOCKET, SO_ERROR, (char*)&err, &len) != 0)
-        return WSAGetLastError();
+    if (::getsockopt((SOCKET)s, SOL_SOCKET, SO_ERROR, (char*)&err, &len) != 0) {
+        fail();
+        return t_lastError;
+    }
     return err;
 }
 
@@ -181,7 +204,7 @@ int waitReady(Socket s, bool forWriting, int64_t ms)
     // call sees the failure, as on POSIX.
     int rc = ::select(0, forWriting ? nullptr : &set, forWriting ? &set : nullptr, &errors, limit);
     if (rc == SOCKET_ERROR)
-        return -1;
+        return fail();
     return rc > 0 ? 1 : 0;
 }
 
@@ -297,8 +320,10 @@ int hostName(std::string& name)
 {
     ScopedStartup started;
     char host[256] = {0};
-    if (::gethostname(host, sizeof host - 1) != 0)
-        return WSAGetLastError();
+    if (::gethostname(host, sizeof host - 1) != 0) {
+        fail();
+        return t_lastError;
+    }
     name = host;
     return 0;
 }
