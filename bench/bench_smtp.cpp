@@ -25,6 +25,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 
 using namespace Vardo400;
@@ -112,26 +113,45 @@ private:
             send(fd, "220 sink\r\n");
         bool inData = false;
         size_t dataBytes = 0;
-        char tail[5] = {0};
+        std::string tail;   // the last bytes of data seen, to find "\r\n.\r\n" across chunks
         for (;;) {
             ssize_t n = ::recv(fd, buf.data(), buf.size(), 0);
             if (n <= 0)
                 break;
             if (!smtp)
                 continue;
-            for (ssize_t i = 0; i < n; ++i) {
-                char c = buf[(size_t)i];
+            size_t i = 0;
+            while (i < (size_t)n) {
                 if (inData) {
-                    ++dataBytes;
-                    std::memmove(tail, tail + 1, 4);
-                    tail[4] = c;
-                    if (std::memcmp(tail, "\r\n.\r\n", 5) == 0) {
-                        inData = false;
-                        m_lastData = dataBytes;
-                        send(fd, "250 accepted\r\n");
+                    // Look for the end of data in the last four bytes before and this chunk.
+                    const char* start = buf.data() + i;
+                    size_t len = (size_t)n - i;
+                    std::string_view view(start, len);
+                    size_t end = std::string::npos;
+                    std::string joined = tail + std::string(view.substr(0, len < 4 ? len : 4));
+                    size_t inJoined = joined.find("\r\n.\r\n");
+                    if (inJoined != std::string::npos) {
+                        end = inJoined + 5 - tail.size();
+                    } else {
+                        size_t f = view.find("\r\n.\r\n");
+                        if (f != std::string::npos)
+                            end = f + 5;
                     }
+                    if (end == std::string::npos) {
+                        dataBytes += len;
+                        std::string last = tail + std::string(view.substr(len > 4 ? len - 4 : 0));
+                        tail = last.substr(last.size() > 4 ? last.size() - 4 : 0);
+                        i = (size_t)n;
+                        continue;
+                    }
+                    dataBytes += end;
+                    i += end;
+                    inData = false;
+                    m_lastData = dataBytes;
+                    send(fd, "250 accepted\r\n");
                     continue;
                 }
+                char c = buf[i++];
                 line += c;
                 if (c != '\n')
                     continue;
@@ -139,7 +159,7 @@ private:
                     send(fd, "354 go\r\n");
                     inData = true;
                     dataBytes = 0;
-                    std::memcpy(tail, "\0\0\0\r\n", 5);
+                    tail = "\r\n";
                 } else if (line.compare(0, 4, "QUIT") == 0) {
                     send(fd, "221 bye\r\n");
                 } else {

@@ -631,16 +631,20 @@ void CSISMTPMail::SendMailToSMTPServer(SFile& file)
         reply = WaitForReplyFromSMTPServer(kReplyLimit, nullptr);
     if (reply == 354) {
         file.seekToBegin();
-        char piece[kPieceSize];
+        // Read in blocks of eight pieces, send piece by piece.
+        std::string block(8 * kPieceSize, '\0');
         reply = 0;
         for (;;) {
-            int n = file.read(piece, (unsigned int)sizeof piece);
+            int n = file.read(&block[0], (unsigned int)block.size());
             if (n <= 0)
                 break;
-            if (!m_socket.Send(piece, (unsigned long)n, kPieceLimit)) {
-                reply = 3;
-                break;
+            for (int at = 0; at < n && reply == 0; at += (int)kPieceSize) {
+                int piece = n - at < (int)kPieceSize ? n - at : (int)kPieceSize;
+                if (!m_socket.Send(block.data() + at, (unsigned long)piece, kPieceLimit))
+                    reply = 3;
             }
+            if (reply)
+                break;
         }
         if (reply == 0) {
             static const char end[] = "\r\n.\r\n";
@@ -707,7 +711,12 @@ bool CSISMTPMail::SendSMTPMessage(bool utf8Subject)
         out.put(line);
     }
     std::string subject = net::Utf8(m_subject);
-    if (!utf8Subject && mime::IsPrintableAscii(subject) && subject.size() <= 900)
+    // Plain only when a reader gets back the same text: no blank at either end (header
+    // parsing drops it) and nothing that looks like an encoded word.
+    bool plain = !utf8Subject && mime::IsPrintableAscii(subject) && subject.size() <= 900 &&
+                 subject.find("=?") == std::string::npos &&
+                 (subject.empty() || (subject.front() != ' ' && subject.back() != ' '));
+    if (plain)
         out.put("Subject: " + subject + "\r\n");
     else
         out.put("Subject: " + mime::EncodedWords(subject) + "\r\n");

@@ -165,7 +165,9 @@ bool CSISocket::initialize()
 
 void CSISocket::uninitialize()
 {
-    for (;;) {
+    // A clean-up that keeps failing for another reason is given up after a while rather
+    // than retried without end.
+    for (int attempt = 0; attempt < 1000; ++attempt) {
         int e = os::cleanup();
         if (e == 0 || e == os::WsaNotInitialised)
             return;

@@ -10,22 +10,29 @@ namespace {
 
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
+// Encodes n bytes at the end of out (which grows by the encoded size).
 void encodeInto(std::string& out, const unsigned char* p, size_t n)
 {
+    size_t at = out.size();
+    out.resize(at + (n + 2) / 3 * 4);
+    char* q = &out[at];
     size_t i = 0;
     for (; i + 3 <= n; i += 3) {
         uint32_t v = ((uint32_t)p[i] << 16) | ((uint32_t)p[i + 1] << 8) | p[i + 2];
-        char q[4] = {kAlphabet[v >> 18], kAlphabet[(v >> 12) & 63], kAlphabet[(v >> 6) & 63], kAlphabet[v & 63]};
-        out.append(q, 4);
+        q[0] = kAlphabet[v >> 18];
+        q[1] = kAlphabet[(v >> 12) & 63];
+        q[2] = kAlphabet[(v >> 6) & 63];
+        q[3] = kAlphabet[v & 63];
+        q += 4;
     }
     if (i < n) {
         uint32_t v = (uint32_t)p[i] << 16;
         if (i + 1 < n)
             v |= (uint32_t)p[i + 1] << 8;
-        out += kAlphabet[v >> 18];
-        out += kAlphabet[(v >> 12) & 63];
-        out += i + 1 < n ? kAlphabet[(v >> 6) & 63] : '=';
-        out += '=';
+        q[0] = kAlphabet[v >> 18];
+        q[1] = kAlphabet[(v >> 12) & 63];
+        q[2] = i + 1 < n ? kAlphabet[(v >> 6) & 63] : '=';
+        q[3] = '=';
     }
 }
 
@@ -58,11 +65,27 @@ void Base64Lines::add(const void* data, size_t size)
         m_out += "\r\n";
         m_nPending = 0;
     }
-    while (size >= sizeof m_pending) {
-        encodeInto(m_out, p, sizeof m_pending);
-        m_out += "\r\n";
-        p += sizeof m_pending;
-        size -= sizeof m_pending;
+    if (size >= sizeof m_pending) {
+        // Whole lines: 96 characters and CR LF each, written in place.
+        size_t lines = size / sizeof m_pending;
+        size_t at = m_out.size();
+        m_out.resize(at + lines * 98);
+        char* q = &m_out[at];
+        for (size_t l = 0; l < lines; ++l) {
+            for (size_t i = 0; i < sizeof m_pending; i += 3) {
+                uint32_t v = ((uint32_t)p[i] << 16) | ((uint32_t)p[i + 1] << 8) | p[i + 2];
+                q[0] = kAlphabet[v >> 18];
+                q[1] = kAlphabet[(v >> 12) & 63];
+                q[2] = kAlphabet[(v >> 6) & 63];
+                q[3] = kAlphabet[v & 63];
+                q += 4;
+            }
+            q[0] = '\r';
+            q[1] = '\n';
+            q += 2;
+            p += sizeof m_pending;
+        }
+        size -= lines * sizeof m_pending;
     }
     for (size_t i = 0; i < size; ++i)
         m_pending[i] = p[i];
@@ -138,7 +161,11 @@ std::string EncodedWords(const std::string& utf8)
 
 std::string Parameter(const char* name, const std::string& utf8)
 {
-    bool plain = IsPrintableAscii(utf8) && utf8.find_first_of("\"\\") == std::string::npos;
+    // The quoted form only where every reader gets the same text back: no quotes or
+    // backslashes, no blank at either end, nothing that looks like an encoded word.
+    bool plain = IsPrintableAscii(utf8) && utf8.find_first_of("\"\\") == std::string::npos &&
+                 utf8.find("=?") == std::string::npos &&
+                 (utf8.empty() || (utf8.front() != ' ' && utf8.back() != ' '));
     std::string out = name;
     if (plain) {
         out += "=\"";

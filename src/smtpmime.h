@@ -38,8 +38,9 @@ bool IsPrintableAscii(const std::string& s);
 // split on character boundaries, joined by "\r\n " (folding).
 std::string EncodedWords(const std::string& utf8);
 
-// A header parameter: name="value" for printable 7-bit values without quotes or
-// backslashes, else the RFC 2231 form name*=UTF-8''percent-encoded.
+// A header parameter: name="value" for printable 7-bit values without quotes,
+// backslashes, "=?" or a blank at either end, else the RFC 2231 form
+// name*=UTF-8''percent-encoded.
 std::string Parameter(const char* name, const std::string& utf8);
 
 } // namespace mime

@@ -71,7 +71,8 @@ private:
 //   offset from UTC), "From:", "To:" and "Cc:" (addresses joined by ", ", each as
 //   "\"Shown Name\" <address>" when a shown name is given; a header whose list is empty
 //   is left out), "Subject:", "Mime-Version: 1.0".
-// - The subject is written as it is when it is printable 7-bit text; otherwise (and
+// - The subject is written as it is when it is printable 7-bit text without a blank at
+//   either end and without "=?"; otherwise (and
 //   always when SendSMTPMessage is asked for the UTF-8 form) as UTF-8 encoded words
 //   "=?UTF-8?B?...?=", folded so no line passes 76 characters. A line break in the
 //   subject therefore never starts a header line.

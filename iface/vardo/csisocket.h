@@ -46,7 +46,7 @@ public:
     // the failures). False when neither starts. Always true on Linux.
     static bool initialize();
     // Cleans Winsock up, cancelling a blocking call in progress (10036) and retrying;
-    // stops at "not initialised" (10093).
+    // stops at "not initialised" (10093), and after 1000 failed attempts.
     static void uninitialize();
 
     // Creates a socket, non-inheritable. invalidSocket on failure.
