@@ -250,7 +250,7 @@ public:
     }
     void flushIfFull()
     {
-        if (m_buffer.size() >= 65536)
+        if (m_buffer.size() >= (1u << 20))
             flush();
     }
     void flush()
@@ -631,8 +631,8 @@ void CSISMTPMail::SendMailToSMTPServer(SFile& file)
         reply = WaitForReplyFromSMTPServer(kReplyLimit, nullptr);
     if (reply == 354) {
         file.seekToBegin();
-        // Read in blocks of eight pieces, send piece by piece.
-        std::string block(8 * kPieceSize, '\0');
+        // Read in blocks of 128 pieces (1 MiB), send piece by piece.
+        std::string block(128 * kPieceSize, '\0');
         reply = 0;
         for (;;) {
             int n = file.read(&block[0], (unsigned int)block.size());
@@ -735,7 +735,7 @@ bool CSISMTPMail::SendSMTPMessage(bool utf8Subject)
     out.put(mime::SmtpText(text));
     text.clear();
 
-    std::string chunk(72 * 910, '\0');
+    std::string chunk(72 * 7282, '\0');   // about 512 KiB of input a read
     for (const MimeAttachment& a : m_attachments) {
         std::string path = net::Utf8(a.m_filePath);
         std::string name = a.m_shownName.isEmpty() ? baseName(path) : net::Utf8(a.m_shownName);
