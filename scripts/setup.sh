@@ -8,6 +8,8 @@ pkgs=(cmake ninja-build g++ pkg-config git python3 locales
       libgcrypt-mingw-w64-dev libgpg-error-mingw-w64-dev openssl)
 # Compression: zlib for the Windows build (linked into the DLL), gzip for the interop tests.
 pkgs+=(libz-mingw-w64-dev gzip)
+# Mail: a real SMTP server for the tests.
+pkgs+=(python3-aiosmtpd)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

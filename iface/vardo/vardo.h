@@ -42,5 +42,8 @@
 #include "seventlog.h"
 #include "sstackwalk.h"
 #include "scompress.h"
+#include "csisocket.h"
+#include "csitcpsocket.h"
+#include "csismtpmail.h"
 
 #endif

@@ -1,0 +1,174 @@
+// Starts tests/smtp_server.py with pipes (POSIX); reads the store it writes.
+#include "smtp_server_process.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#ifndef _WIN32
+#include <csignal>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+namespace vardo_test {
+
+std::string readFileBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+SmtpServerProcess::~SmtpServerProcess()
+{
+    stop();
+}
+
+#ifdef _WIN32
+bool SmtpServerProcess::start(const std::string&, const std::string&, const std::string&, std::string& error)
+{
+    error = "the aiosmtpd server is a Linux python process; the Windows build does not start it";
+    return false;
+}
+
+void SmtpServerProcess::stop() {}
+#else
+bool SmtpServerProcess::start(const std::string& storeDir, const std::string& user, const std::string& password,
+                              std::string& error)
+{
+    m_store = storeDir;
+    if (access("/usr/bin/python3", X_OK) != 0) {
+        error = "/usr/bin/python3 is missing";
+        return false;
+    }
+    int in[2], out[2];
+    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
+        error = "pipe failed";
+        return false;
+    }
+    std::string script = std::string(VARDO_TESTS_DIR) + "/smtp_server.py";
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(in[0], 0);
+        dup2(out[1], 1);
+        const char* argv[] = {"/usr/bin/python3", script.c_str(), storeDir.c_str(),
+                              user.empty() ? nullptr : user.c_str(), password.c_str(), nullptr};
+        execv(argv[0], (char* const*)argv);
+        _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    if (pid < 0) {
+        close(in[1]);
+        close(out[0]);
+        error = "fork failed";
+        return false;
+    }
+    m_pid = pid;
+    m_stdin = in[1];
+    std::string line;
+    char c;
+    while (read(out[0], &c, 1) == 1 && c != '\n')
+        line += c;
+    close(out[0]);
+    if (line.compare(0, 5, "PORT ") != 0) {
+        error = "the server did not start (is python3-aiosmtpd installed?)";
+        stop();
+        return false;
+    }
+    m_port = (uint16_t)std::atoi(line.c_str() + 5);
+    return true;
+}
+
+void SmtpServerProcess::stop()
+{
+    if (m_stdin >= 0)
+        close(m_stdin);
+    m_stdin = -1;
+    if (m_pid > 0) {
+        int status = 0;
+        for (int i = 0; i < 100; ++i) {
+            if (waitpid((pid_t)m_pid, &status, WNOHANG) == (pid_t)m_pid) {
+                m_pid = 0;
+                return;
+            }
+            usleep(50000);
+        }
+        kill((pid_t)m_pid, SIGKILL);
+        waitpid((pid_t)m_pid, &status, 0);
+        m_pid = 0;
+    }
+}
+#endif
+
+int SmtpServerProcess::count() const
+{
+    std::string c = readFileBytes(m_store + "/count");
+    return c.empty() ? 0 : std::atoi(c.c_str());
+}
+
+namespace {
+
+std::string unquote(const std::string& s)
+{
+    std::string r;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '%' && i + 2 < s.size()) {
+            r += (char)std::strtol(s.substr(i + 1, 2).c_str(), nullptr, 16);
+            i += 2;
+        } else {
+            r += s[i];
+        }
+    }
+    return r;
+}
+
+std::vector<std::string> splitTabs(const std::string& line)
+{
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (;;) {
+        size_t tab = line.find('\t', start);
+        parts.push_back(line.substr(start, tab == std::string::npos ? std::string::npos : tab - start));
+        if (tab == std::string::npos)
+            return parts;
+        start = tab + 1;
+    }
+}
+
+} // namespace
+
+bool readStoredMail(const std::string& storeDir, int n, StoredMail& out)
+{
+    std::string folder = storeDir + "/msg-" + std::to_string(n);
+    std::string manifest = readFileBytes(folder + "/manifest.txt");
+    if (manifest.empty())
+        return false;
+    out = StoredMail();
+    out.raw = readFileBytes(folder + "/raw.eml");
+    out.text = readFileBytes(folder + "/text.bin");
+    std::istringstream lines(manifest);
+    std::string line;
+    while (std::getline(lines, line)) {
+        std::vector<std::string> p = splitTabs(line);
+        if (p.size() < 2)
+            continue;
+        if (p[0] == "mail_from")
+            out.mailFrom = unquote(p[1]);
+        else if (p[0] == "rcpt")
+            out.rcpt.push_back(unquote(p[1]));
+        else if (p[0] == "defects")
+            out.defects = std::atoi(p[1].c_str());
+        else if (p[0] == "attachment" && p.size() >= 4)
+            out.attachments.push_back({unquote(p[1]), unquote(p[2]), readFileBytes(folder + "/" + p[3])});
+        else
+            out.headers[p[0]] = unquote(p[1]);
+    }
+    return true;
+}
+
+} // namespace vardo_test

@@ -1,0 +1,633 @@
+// CSISMTPMail against a real SMTP server (Debian's aiosmtpd, the received messages parsed
+// by Python's email package) and against scripted peers for what a real server will not do.
+#include "vardo/csismtpmail.h"
+#include "vardo/csiprocess.h"
+#include "vardo/sfile.h"
+#include "vardo/sfilesys.h"
+
+#include "smtp_server_process.h"
+#include "socket_peer.h"
+#include "vardo_gtest.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace Vardo400;
+using vardo_test::nowMs;
+using vardo_test::PeerConn;
+using vardo_test::ScriptedPeer;
+namespace fs = std::filesystem;
+
+namespace {
+
+SWCharString U(const std::string& utf8)
+{
+    SWCharString r;
+    if (!utf8.empty())
+        r.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()), (unsigned int)utf8.size());
+    return r;
+}
+
+std::string toUtf8(const SWCharString& s)
+{
+    std::string r(s.getNBytesForUTF8() + 1, '\0');
+    unsigned int n = s.toUTF8(reinterpret_cast<unsigned char*>(&r[0]), (unsigned int)r.size());
+    r.resize(n == 0xFFFFFFFFu ? 0 : n);
+    while (!r.empty() && r.back() == 0)
+        r.pop_back();
+    return r;
+}
+
+// The text as it should arrive: every line break CR LF.
+std::string crlf(const std::string& s)
+{
+    std::string r;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '\r' || s[i] == '\n') {
+            if (s[i] == '\r' && i + 1 < s.size() && s[i + 1] == '\n')
+                ++i;
+            r += "\r\n";
+        } else {
+            r += s[i];
+        }
+    }
+    return r;
+}
+
+// A fresh folder below the system's temporary folder, removed at the end.
+struct TempDir {
+    fs::path path;
+    TempDir()
+    {
+        std::random_device rd;
+        path = fs::temp_directory_path() / ("vardo_smtp_" + std::to_string(rd()) + std::to_string(rd()));
+        fs::create_directories(path);
+    }
+    ~TempDir()
+    {
+        std::error_code ec;
+        fs::remove_all(path, ec);
+    }
+    std::string file(const std::string& name, const std::string& bytes) const
+    {
+        fs::path p = path / name;
+        std::ofstream(p, std::ios::binary).write(bytes.data(), (std::streamsize)bytes.size());
+        return p.string();
+    }
+};
+
+// The temporary message files of this process still lying around.
+int ownTempFiles()
+{
+    char prefix[32];
+    std::snprintf(prefix, sizeof prefix, "tmp%x", (unsigned)CSIProcess::GetCurrentProcessId());
+    std::string dir = toUtf8(SFileSys::getTempDirname());
+    int n = 0;
+    std::error_code ec;
+    for (const auto& e : fs::directory_iterator(dir, ec)) {
+        std::string name = e.path().filename().string();
+        if (name.compare(0, std::strlen(prefix), prefix) == 0 && name.size() > 5 &&
+            name.compare(name.size() - 5, 5, ".smtp") == 0)
+            ++n;
+    }
+    return n;
+}
+
+std::string randomBytes(size_t n, uint32_t seed)
+{
+    std::mt19937 rng(seed);
+    std::string s(n, '\0');
+    for (char& c : s)
+        c = (char)(rng() & 0xFF);
+    return s;
+}
+
+// The real server, started once for the test program.
+class RealServer : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        s_store = new TempDir();
+        s_server = new vardo_test::SmtpServerProcess();
+        if (!s_server->start(s_store->path.string(), "alice", "s3cret pass", s_error)) {
+            delete s_server;
+            s_server = nullptr;
+        }
+    }
+    static void TearDownTestSuite()
+    {
+        delete s_server;
+        s_server = nullptr;
+        delete s_store;
+        s_store = nullptr;
+    }
+    void SetUp() override
+    {
+        if (!s_server)
+            GTEST_SKIP() << "real SMTP server not available: " << s_error;
+    }
+    // Sends and returns the stored message.
+    vardo_test::StoredMail sendAndFetch(CSISMTPMail& mail, bool utf8Subject = false)
+    {
+        int before = s_server->count();
+        EXPECT_TRUE(mail.SendSMTPMessage(utf8Subject));
+        EXPECT_EQ(0, ownTempFiles());
+        vardo_test::StoredMail m;
+        EXPECT_EQ(before + 1, s_server->count());
+        EXPECT_TRUE(vardo_test::readStoredMail(s_store->path.string(), before + 1, m));
+        return m;
+    }
+    static TempDir* s_store;
+    static vardo_test::SmtpServerProcess* s_server;
+    static std::string s_error;
+};
+
+TempDir* RealServer::s_store = nullptr;
+vardo_test::SmtpServerProcess* RealServer::s_server = nullptr;
+std::string RealServer::s_error;
+
+} // namespace
+
+TEST_F(RealServer, DeliversHeadersTextAndEveryAttachmentByteForByte)
+{
+    TempDir files;
+    std::string binary;
+    for (int i = 0; i < 256; ++i)
+        binary += (char)i;
+    struct Att {
+        std::string name, type, bytes;
+    };
+    std::vector<Att> atts = {
+        {"empty.txt", "text/plain", ""},
+        {"one.bin", "", "A"},
+        {"b57.bin", "application/octet-stream", randomBytes(57, 1)},
+        {"b72.bin", "application/x-test", randomBytes(72, 2)},
+        {"b73.bin", "bad type\r\nX-Injected: 1", randomBytes(73, 3)},
+        {"all-bytes.bin", "application/octet-stream", binary},
+        {"big.bin", "application/octet-stream", randomBytes(10u << 20, 4)},
+        {"Grüße \"quoted\".txt", "text/plain", "named"},
+    };
+    const std::string text = ".leading dot\nplain line\r\n..two dots\r.\r\nlast line without end";
+
+    CSISMTPMail mail(U("sender@example.test"), U("127.0.0.1"), s_server->port(), U("The Sender"));
+    mail.AddToAddress(U("one@example.test"), U("First, Person"));
+    mail.AddToAddress(U("two@example.test"), U(""));
+    mail.AddCCAddress(U("three@example.test"), U("Drei Ünlaut"));
+    mail.SetSubject(U("Monthly report"));
+    mail.SetMessage(U(text));
+    for (const Att& a : atts)
+        mail.AddAttachment(U(files.file("f" + std::to_string(&a - &atts[0]), a.bytes)), U(a.name), U(a.type));
+
+    vardo_test::StoredMail m = sendAndFetch(mail);
+    EXPECT_EQ(0, m.defects);
+    EXPECT_EQ("sender@example.test", m.mailFrom);
+    ASSERT_EQ(3u, m.rcpt.size());
+    EXPECT_EQ("one@example.test", m.rcpt[0]);
+    EXPECT_EQ("two@example.test", m.rcpt[1]);
+    EXPECT_EQ("three@example.test", m.rcpt[2]);
+    EXPECT_EQ("The Sender <sender@example.test>", m.headers["from"]);
+    EXPECT_EQ("\"First, Person\" <one@example.test>, two@example.test", m.headers["to"]);
+    EXPECT_EQ("Drei Ünlaut <three@example.test>", m.headers["cc"]);
+    EXPECT_EQ("Monthly report", m.headers["subject"]);
+    EXPECT_EQ(crlf(text), m.text);
+    ASSERT_EQ(atts.size(), m.attachments.size());
+    for (size_t i = 0; i < atts.size(); ++i) {
+        EXPECT_EQ(atts[i].name, m.attachments[i].filename) << i;
+        std::string type = atts[i].type.empty() || atts[i].type.find(' ') != std::string::npos
+                               ? "application/octet-stream"
+                               : atts[i].type;
+        EXPECT_EQ(type, m.attachments[i].contentType) << i;
+        EXPECT_TRUE(atts[i].bytes == m.attachments[i].bytes) << i << " size " << m.attachments[i].bytes.size();
+    }
+    EXPECT_EQ("250 2.0.0 Ok: stored as " + std::to_string(s_server->count()),
+              std::string(mail.GetServerReply().data()));
+
+    // The layout on the wire.
+    const std::string& raw = m.raw;
+    EXPECT_EQ(0u, raw.find("Message-ID: <"));
+    EXPECT_NE(std::string::npos, raw.find("\r\nMime-Version: 1.0\r\n"));
+    EXPECT_NE(std::string::npos, raw.find("Content-Type: multipart/mixed;\r\n boundary=\"----_=_next_korvath_message\"\r\n"));
+    EXPECT_NE(std::string::npos, raw.find("\r\nThis is a multi-part message in MIME format.\r\n"));
+    EXPECT_NE(std::string::npos, raw.find("Content-Type: text/plain;\r\n              charset=\"UTF-8\"\r\n\r\n"));
+    EXPECT_NE(std::string::npos, raw.find("Content-Type: application/x-test; name=\"b72.bin\"\r\nContent-Transfer-Encoding: base64\r\n"));
+    EXPECT_EQ(std::string::npos, raw.find("X-Injected"));
+    size_t date = raw.find("\r\nDate: ");
+    ASSERT_NE(std::string::npos, date);
+    std::string dateLine = raw.substr(date + 8, raw.find("\r\n", date + 2) - date - 8);
+    // "dd MMM yyyy HH:mm:ss +hhmm"
+    ASSERT_EQ(26u, dateLine.size()) << dateLine;
+    EXPECT_TRUE(dateLine[21] == '+' || dateLine[21] == '-') << dateLine;
+    // Base64 lines of the big attachment: 96 characters each.
+    size_t big = raw.find("name=\"big.bin\"");
+    ASSERT_NE(std::string::npos, big);
+    size_t body = raw.find("\r\n\r\n", big) + 4;
+    EXPECT_EQ(96u, raw.find("\r\n", body) - body);
+}
+
+TEST_F(RealServer, SubjectsInUtf8AndLineBreaksNeverMakeHeaders)
+{
+    const std::vector<std::string> subjects = {
+        "Grüße aus Köln – 報告 😀 and a long tail so that it needs more than one encoded word to fit",
+        "plain but forced",
+        "Injected\r\nBcc: victim@example.test",
+        "bare\nline feed",
+        "",
+    };
+    for (size_t i = 0; i < subjects.size(); ++i) {
+        CSISMTPMail mail(U("s@example.test"), U("127.0.0.1"), s_server->port(), U(""));
+        mail.AddToAddress(U("r@example.test"), U(""));
+        mail.SetSubject(U(subjects[i]));
+        mail.SetMessage(U("body"));
+        vardo_test::StoredMail m = sendAndFetch(mail, i == 1);
+        std::string expected = subjects[i];
+        // Python unfolds a header: a line break inside the decoded text stays a line break.
+        EXPECT_EQ(expected, m.headers["subject"]) << i;
+        EXPECT_EQ(std::string::npos, m.raw.find("\r\nBcc:")) << i;
+        EXPECT_EQ(0u, m.headers.count("bcc"));
+        EXPECT_EQ(1u, m.rcpt.size());
+        if (i == 1) {
+            EXPECT_NE(std::string::npos, m.raw.find("Subject: =?UTF-8?B?"));
+        }
+        for (size_t p = 0, e; (e = m.raw.find("\r\n", p)) != std::string::npos && p < m.raw.find("\r\n\r\n"); p = e + 2) {
+            EXPECT_LE(e - p, 998u);
+        }
+    }
+}
+
+TEST_F(RealServer, AuthenticatesWithLoginAndPlainAndRefusesAWrongPassword)
+{
+    for (CSISMTPMail::Authentication type : {CSISMTPMail::authLogin, CSISMTPMail::authPlain, CSISMTPMail::authNone}) {
+        CSISMTPMail mail(U("auth@example.test"), U("127.0.0.1"), s_server->port(), U(""));
+        mail.AddToAddress(U("r@example.test"), U(""));
+        mail.SetSubject(U("authenticated"));
+        mail.SetUsername(U("alice"));
+        mail.SetPassword(U("s3cret pass"));
+        mail.SetAuthenticationType(type);
+        vardo_test::StoredMail m = sendAndFetch(mail);
+        EXPECT_EQ("auth@example.test", m.mailFrom);
+    }
+    for (CSISMTPMail::Authentication type : {CSISMTPMail::authLogin, CSISMTPMail::authPlain}) {
+        CSISMTPMail mail(U("auth@example.test"), U("127.0.0.1"), s_server->port(), U(""));
+        mail.AddToAddress(U("r@example.test"), U(""));
+        mail.SetUsername(U("alice"));
+        mail.SetPassword(U("wrong-Passw0rd"));
+        mail.SetAuthenticationType(type);
+        int before = s_server->count();
+        try {
+            mail.SendSMTPMessage(false);
+            ADD_FAILURE() << "a wrong password was accepted";
+        } catch (const CSISMTPMailException& e) {
+            EXPECT_EQ(CSISMTPMailException::serverError, e.getErrorCode());
+            EXPECT_EQ(41602, e.getMessageNumber());
+            EXPECT_EQ(535, e.getReplyCode());
+            std::string all = toUtf8(e.toString()) + toUtf8(e.summary()) + toUtf8(e.getText());
+            EXPECT_EQ(std::string::npos, all.find("wrong-Passw0rd")) << all;
+            EXPECT_NE(std::string::npos, all.find("41602")) << all;
+        }
+        EXPECT_EQ(before, s_server->count());
+        EXPECT_EQ(0, ownTempFiles());
+    }
+}
+
+// Random subjects, texts and attachments through the writer and Python's parser.
+// VARDO_MIME_ROUND_SECONDS runs it for that long instead of a few rounds.
+TEST_F(RealServer, RandomMessagesRoundTripThroughPython)
+{
+    const char* env = std::getenv("VARDO_MIME_ROUND_SECONDS");
+    int64_t until = env ? nowMs() + std::atoll(env) * 1000 : 0;
+    TempDir files;
+    std::mt19937 rng(20261122);
+    const std::vector<std::string> pieces = {"a", "Z", " ", ".", "..", "\r", "\n", "\r\n", "-", "--", "=",
+                                             "?", "ü", "€", "😀", "\t", "\"", "=?UTF-8?B?", "----_=_next_korvath_message"};
+    auto randomText = [&](size_t maxPieces) {
+        std::string s;
+        size_t n = rng() % (maxPieces + 1);
+        for (size_t i = 0; i < n; ++i)
+            s += pieces[rng() % pieces.size()];
+        return s;
+    };
+    int rounds = 0;
+    for (; until ? nowMs() < until : rounds < 4; ++rounds) {
+        std::string subject = randomText(30);
+        std::string text = randomText(200);
+        CSISMTPMail mail(U("r@example.test"), U("127.0.0.1"), s_server->port(), U(""));
+        std::string shown = randomText(6);
+        for (char& c : shown)
+            if ((unsigned char)c < 0x20)
+                c = 'x';   // control characters in shown names are refused (tested elsewhere)
+        mail.AddToAddress(U("to@example.test"), U(shown));
+        mail.SetSubject(U(subject));
+        mail.SetMessage(U(text));
+        std::vector<std::pair<std::string, std::string>> atts;
+        for (int k = (int)(rng() % 4); k > 0; --k) {
+            std::string name = randomText(5);
+            std::string bytes = randomBytes(rng() % 400, rng());
+            atts.push_back({name, bytes});
+            mail.AddAttachment(U(files.file("a" + std::to_string(rounds) + "_" + std::to_string(k), bytes)), U(name), U(""));
+        }
+        vardo_test::StoredMail m = sendAndFetch(mail, (rng() & 1) != 0);
+        // Header texts: Python drops the line breaks of an unfolded plain header.
+        EXPECT_EQ(0, m.defects) << "round " << rounds;
+        EXPECT_EQ(crlf(text), m.text) << "round " << rounds;
+        ASSERT_EQ(atts.size(), m.attachments.size()) << "round " << rounds;
+        for (size_t i = 0; i < atts.size(); ++i) {
+            EXPECT_TRUE(atts[i].second == m.attachments[i].bytes) << "round " << rounds;
+            // Control characters in a shown name become "_"; the parser trims blanks.
+            std::string name = atts[i].first;
+            for (char& c : name)
+                if ((unsigned char)c < 0x20)
+                    c = '_';
+            while (!name.empty() && name.back() == ' ')
+                name.pop_back();
+            while (!name.empty() && name.front() == ' ')
+                name.erase(0, 1);
+            // Python's parameter reader also strips one surrounding pair of quotes.
+            bool quoted = name.size() >= 2 && name.front() == '"' && name.back() == '"';
+            if (!name.empty() && !quoted) {
+                EXPECT_EQ(name, m.attachments[i].filename) << "round " << rounds;
+            }
+        }
+        if (subject.find_first_of("\r\n") == std::string::npos) {
+            EXPECT_EQ(subject, m.headers["subject"]) << "round " << rounds;
+        }
+        if (HasFailure())
+            break;
+    }
+    std::printf("mime round trips: %d\n", rounds);
+}
+
+TEST(SmtpInput, UnsafeAddressesAreRefusedBeforeAnythingIsSent)
+{
+    std::atomic<int> connections{0};
+    ScriptedPeer peer([&](PeerConn&) { ++connections; }, false, 1);
+    const char* bad[] = {"a@b\r\nRCPT To:<x@y>", "a@b\n", "a\rb@c", "nul\x01@x"};
+    for (int where = 0; where < 5; ++where) {
+        for (const char* b : bad) {
+            CSISMTPMail mail(U(where == 0 ? b : "ok@x"), U("127.0.0.1"), peer.port(), U(where == 4 ? b : ""));
+            mail.AddToAddress(U(where == 1 ? b : "to@x"), U(where == 3 ? b : ""));
+            mail.AddCCAddress(U(where == 2 ? b : "cc@x"), U(""));
+            try {
+                mail.SendSMTPMessage(false);
+                ADD_FAILURE() << "accepted " << where;
+            } catch (const CSISMTPMailException& e) {
+                EXPECT_EQ(CSISMTPMailException::invalidAddress, e.getErrorCode());
+                EXPECT_EQ(41603, e.getMessageNumber());
+                EXPECT_EQ(std::string::npos, toUtf8(e.getText()).find_first_of("\r\n"));
+            }
+        }
+    }
+    EXPECT_EQ(0, connections.load());
+    EXPECT_EQ(0, ownTempFiles());
+}
+
+TEST(SmtpInput, MissingAttachmentThrowsAndLeavesNoTemporaryFile)
+{
+    std::atomic<int> connections{0};
+    ScriptedPeer peer([&](PeerConn&) { ++connections; }, false, 1);
+    TempDir dir;
+    CSISMTPMail mail(U("from@x"), U("127.0.0.1"), peer.port(), U(""));
+    mail.AddToAddress(U("to@x"), U(""));
+    mail.AddAttachment(U((dir.path / "missing.bin").string()), U(""), U(""));
+    EXPECT_THROW(mail.SendMessageW(), SFileException);
+    EXPECT_THROW(mail.SendSMTPMessage(true), SFileException);
+    EXPECT_EQ(0, connections.load());
+    EXPECT_EQ(0, ownTempFiles());
+}
+
+namespace {
+
+// A scripted SMTP server: answers each command by a rule, records the commands.
+struct ScriptedSmtp {
+    std::vector<std::string> greeting = {"220 scripted ESMTP\r\n"};
+    std::vector<std::string> ehlo = {"250-scripted\r\n250 HELP\r\n"};
+    std::function<std::string(const std::string&)> rcpt = [](const std::string&) { return "250 ok\r\n"; };
+    std::string dataReply = "354 go ahead\r\n";
+    bool dropDuringData = false;
+    std::mutex lock;
+    std::vector<std::string> commands;
+    std::string data;
+
+    void run(PeerConn& c)
+    {
+        for (const std::string& g : greeting) {
+            c.send(g);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        for (;;) {
+            std::string line = c.recvLine(20000);
+            if (line.empty())
+                return;
+            {
+                std::lock_guard<std::mutex> g(lock);
+                commands.push_back(line.substr(0, line.find('\r')));
+            }
+            if (line.compare(0, 4, "EHLO") == 0) {
+                for (const std::string& piece : ehlo) {
+                    c.send(piece);
+                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                }
+            } else if (line.compare(0, 4, "RCPT") == 0) {
+                c.send(rcpt(line));
+            } else if (line.compare(0, 4, "DATA") == 0) {
+                c.send(dataReply);
+                if (dataReply.compare(0, 3, "354") != 0)
+                    continue;
+                if (dropDuringData) {
+                    c.recvSome();
+                    c.close();
+                    return;
+                }
+                std::string all;
+                while (all.size() < 5 || all.compare(all.size() - 5, 5, "\r\n.\r\n") != 0) {
+                    std::string more = c.recvSome();
+                    if (more.empty())
+                        return;
+                    all += more;
+                }
+                {
+                    std::lock_guard<std::mutex> g(lock);
+                    data = all;
+                }
+                c.send("250 accepted\r\n");
+            } else if (line.compare(0, 4, "QUIT") == 0) {
+                c.send("221 bye\r\n");
+                return;
+            } else {
+                c.send("250 ok\r\n");
+            }
+        }
+    }
+    int count(const char* prefix)
+    {
+        std::lock_guard<std::mutex> g(lock);
+        int n = 0;
+        for (const std::string& c : commands)
+            n += c.compare(0, std::strlen(prefix), prefix) == 0;
+        return n;
+    }
+};
+
+// Sends a small message to the scripted server; returns the exception's reply code
+// and message number, or 0/0 on success.
+std::pair<long, int> sendTo(ScriptedSmtp& smtp, const std::vector<std::string>& to,
+                            const std::vector<std::string>& cc, CSISMTPMailException::ErrorCodes* code = nullptr)
+{
+    ScriptedPeer peer([&](PeerConn& c) { smtp.run(c); });
+    CSISMTPMail mail(U("from@x"), U("127.0.0.1"), peer.port(), U(""));
+    for (const std::string& a : to)
+        mail.AddToAddress(U(a), U(""));
+    for (const std::string& a : cc)
+        mail.AddCCAddress(U(a), U(""));
+    mail.SetMessage(U("hello"));
+    try {
+        mail.SendSMTPMessage(false);
+        return {0, 0};
+    } catch (const CSISMTPMailException& e) {
+        if (code)
+            *code = e.getErrorCode();
+        return {e.getReplyCode(), e.getMessageNumber()};
+    }
+}
+
+} // namespace
+
+TEST(SmtpScripted, RepliesAndRecipientRules)
+{
+    {
+        // A multi-line EHLO reply split across chunks, even inside a line.
+        ScriptedSmtp smtp;
+        smtp.ehlo = {"250-scripted.example", " greets you\r\n250-SIZE 1000", "0\r\n", "250 HELP\r\n"};
+        smtp.rcpt = [](const std::string& l) { return l.find("bad") != std::string::npos ? "550 no\r\n" : "250 ok\r\n"; };
+        EXPECT_EQ(std::make_pair(0L, 0), sendTo(smtp, {"good@x", "bad@x"}, {}));
+        EXPECT_EQ(2, smtp.count("RCPT"));   // partial refusal accepted, empty Cc sends nothing
+        EXPECT_EQ(1, smtp.count("QUIT"));
+        EXPECT_NE(std::string::npos, smtp.data.find("\r\nhello\r\n"));
+        EXPECT_EQ("\r\n.\r\n", smtp.data.substr(smtp.data.size() - 5));
+    }
+    {
+        ScriptedSmtp smtp;
+        smtp.rcpt = [](const std::string& l) { return l.find("bad") != std::string::npos ? "553 no\r\n" : "250 ok\r\n"; };
+        CSISMTPMailException::ErrorCodes code = CSISMTPMailException::noError;
+        EXPECT_EQ(std::make_pair(550L, 41603), sendTo(smtp, {"bad1@x", "bad2@x"}, {"ok@x"}, &code));
+        EXPECT_EQ(CSISMTPMailException::senderOrToError, code);
+        EXPECT_EQ(std::make_pair(550L, 41603), sendTo(smtp, {"ok@x"}, {"bad@x"}, &code));
+        EXPECT_EQ(CSISMTPMailException::ccError, code);
+        // Any other refusal ends the list with that reply.
+        smtp.rcpt = [](const std::string&) { return "452 later\r\n"; };
+        EXPECT_EQ(std::make_pair(452L, 41603), sendTo(smtp, {"a@x"}, {}, &code));
+    }
+    {
+        ScriptedSmtp smtp;
+        smtp.greeting = {"421 busy\r\n"};
+        EXPECT_EQ(std::make_pair(421L, 41602), sendTo(smtp, {"a@x"}, {}));
+        EXPECT_EQ(0, smtp.count("EHLO"));
+    }
+    {
+        // EHLO refused with a 5xx: HELO follows.
+        ScriptedSmtp smtp;
+        smtp.ehlo = {"502 no ehlo\r\n"};
+        EXPECT_EQ(std::make_pair(0L, 0), sendTo(smtp, {"a@x"}, {}));
+        EXPECT_EQ(1, smtp.count("HELO"));
+    }
+    {
+        ScriptedSmtp smtp;
+        smtp.dataReply = "554 no data\r\n";
+        CSISMTPMailException::ErrorCodes code = CSISMTPMailException::noError;
+        EXPECT_EQ(std::make_pair(554L, 41604), sendTo(smtp, {"a@x"}, {}, &code));
+        EXPECT_EQ(CSISMTPMailException::dataError, code);
+    }
+    EXPECT_EQ(0, ownTempFiles());
+}
+
+TEST(SmtpScripted, BrokenServers)
+{
+    {
+        // A dropped connection during DATA.
+        ScriptedSmtp smtp;
+        smtp.dropDuringData = true;
+        CSISMTPMailException::ErrorCodes code = CSISMTPMailException::noError;
+        std::pair<long, int> r = sendTo(smtp, {"a@x"}, {}, &code);
+        EXPECT_EQ(41604, r.second);
+        EXPECT_TRUE(r.first == 3 || r.first == 4) << r.first;
+    }
+    {
+        // A reply line of 1 MiB: refused quickly as no reply.
+        ScriptedSmtp smtp;
+        smtp.greeting = {"220" + std::string(1 << 20, 'x') + "\r\n"};
+        int64_t t0 = nowMs();
+        std::pair<long, int> r = sendTo(smtp, {"a@x"}, {});
+        EXPECT_EQ(41602, r.second);
+        EXPECT_EQ(4, r.first);
+        EXPECT_LT(nowMs() - t0, 5000);
+    }
+    {
+        // Nobody listening: the open is tried twice, then 2.
+        CSISMTPMail mail(U("from@x"), U("127.0.0.1"), vardo_test::refusedPort(), U(""));
+        mail.AddToAddress(U("a@x"), U(""));
+        try {
+            mail.SendSMTPMessage(false);
+            ADD_FAILURE();
+        } catch (const CSISMTPMailException& e) {
+            EXPECT_EQ(2, e.getReplyCode());
+            EXPECT_EQ(41602, e.getMessageNumber());
+            std::string text = toUtf8(e.toString());
+            EXPECT_NE(std::string::npos, text.find("127.0.0.1:")) << text;
+        }
+    }
+    {
+        // A server that stalls in the middle of its EHLO reply: the reply limit (60 s)
+        // ends the wait.
+        std::atomic<bool> done{false};
+        ScriptedPeer peer([&](PeerConn& c) {
+            c.send("220 hi\r\n");
+            c.recvLine();
+            c.send("250-first line\r\n");
+            int64_t end = nowMs() + 90000;
+            while (!done.load() && nowMs() < end)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        });
+        CSISMTPMail mail(U("from@x"), U("127.0.0.1"), peer.port(), U(""));
+        mail.AddToAddress(U("a@x"), U(""));
+        int64_t t0 = nowMs();
+        try {
+            mail.SendSMTPMessage(false);
+            ADD_FAILURE();
+        } catch (const CSISMTPMailException& e) {
+            EXPECT_EQ(4, e.getReplyCode());
+            EXPECT_EQ(41602, e.getMessageNumber());
+        }
+        int64_t spent = nowMs() - t0;
+        done = true;
+        EXPECT_GE(spent, 59900);
+        EXPECT_LT(spent, 62000);
+    }
+    EXPECT_EQ(0, ownTempFiles());
+}
+
+TEST(SmtpException, TextsAndCodes)
+{
+    CSISMTPMailException e(CSISMTPMailException::ccError, 550, U("a@x, b@x"), 41603);
+    EXPECT_EQ(CSISMTPMailException::ccError, e.getErrorCode());
+    EXPECT_EQ(550, e.getReplyCode());
+    EXPECT_EQ(U("a@x, b@x"), e.getText());
+    std::string s = toUtf8(e.toString());
+    EXPECT_NE(std::string::npos, s.find("41603"));
+    EXPECT_NE(std::string::npos, s.find("a@x, b@x"));
+    EXPECT_NE(std::string::npos, s.find("550"));
+    EXPECT_EQ(U("The mail server refused the recipients of the Cc list."), e.SMTPErrorCodeString());
+    EXPECT_EQ(e.toString() + U(":") + e.SMTPErrorCodeString(), e.summary());
+    CSISMTPMailException copy = e;
+    EXPECT_EQ(e.toString(), copy.toString());
+}
