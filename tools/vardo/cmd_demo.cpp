@@ -291,6 +291,27 @@ void logging(const SWCharString& scratch)
     std::printf("innermost frame of a live stack walk: %s\n", frames.substr(0, std::min(next, frames.find('\n'))).c_str());
 }
 
+void network()
+{
+    heading("sockets");
+    if (!CSISocket::initialize()) {
+        std::printf("sockets are not available here\n");
+        return;
+    }
+    unsigned long address = 0;
+    std::printf("isValidIPAddrString(\"127.0.0.1\"): %s; (\"127.0.0.256\"): %s\n",
+                CSISocket::isValidIPAddrString(T("127.0.0.1"), &address) ? "true" : "false",
+                CSISocket::isValidIPAddrString(T("127.0.0.256"), nullptr) ? "true" : "false");
+    std::printf("localhost resolves: %s\n", CSISocket::gethostbyname(T("localhost"), address) ? "yes" : "no");
+    // Port 1 on loopback has no listener here: the refusal carries Winsock's number on
+    // every platform.
+    CSITcpSocket closed(SAnsiString("127.0.0.1"), 1);
+    bool opened = closed.TcpOpen();
+    std::printf("connect to 127.0.0.1:1: %s, %s\n", opened ? "open" : "refused", utf8(CSISocket::getLastErrorStr()).c_str());
+    closed.AbortSocket();
+    CSISocket::uninitialize();
+}
+
 int demo(const std::vector<std::string>&)
 {
     std::printf("%s %s (%s)\n", LibraryName(), LibraryVersion(), LibraryPlatform());
@@ -302,6 +323,7 @@ int demo(const std::vector<std::string>&)
     configFiles();
     threads();
     files();
+    network();
     try {
         SWCharString scratch = SFileSys::getUniqueDirname(SFileSys::getTempDirname(), T("vardo_demo_"), true);
         registry(scratch);
