@@ -5,6 +5,7 @@
 // 0 done, 1 failed (one line on stderr with the library's code and its meaning),
 // 2 usage.
 #include "command.h"
+#include "progress.h"
 
 #include "vardo/scompress.h"
 #include "vardo/sfile.h"
@@ -127,7 +128,12 @@ int convertFile(const char* command, const std::string& file, const std::string&
         return 1;
     }
     const long long before = fileSize(file);
-    const int rc = convert();
+    int rc;
+    {
+        // The target's growth is the only progress the library call lets us see.
+        vardo_tool::Progress progress(std::string(command) + " " + file, 0, [&] { return static_cast<int64_t>(fileSize(target)); });
+        rc = convert();
+    }
     if (rc != SCompression::success)
         return fail(command, file, rc);
     std::printf("%s: %s (%lld) -> %s (%lld)\n", command, file.c_str(), before, target.c_str(), fileSize(target));

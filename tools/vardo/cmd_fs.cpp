@@ -1,5 +1,6 @@
 // vardo fs: unique names, disk usage, tree sizes and copies through SFileSys.
 #include "command.h"
+#include "progress.h"
 
 #include "vardo/sfile.h"
 #include "vardo/sfilesys.h"
@@ -81,7 +82,22 @@ int copy(std::vector<std::string> args)
     }
     if (args.size() != 2)
         return usage();
-    SFileSys::copyFile(argToText(args[0]), argToText(args[1]), overwrite);
+    const SWCharString source = argToText(args[0]), target = argToText(args[1]);
+    {
+        // Measures what has arrived at the target: a tree is summed again on every redraw,
+        // which only a terminal ever asks for.
+        const bool tree = SFileSys::isDir(source);
+        auto measure = [tree](const SWCharString& path) -> int64_t {
+            try {
+                return tree ? SFileSys::rsizeEx(path) : SFileSys::sizeEx(path);
+            } catch (const SException&) {
+                return -1;
+            }
+        };
+        vardo_tool::Progress progress("copying " + args[0], vardo_tool::stderrIsTerminal() ? measure(source) : 0,
+                          [&] { return measure(target); });
+        SFileSys::copyFile(source, target, overwrite);
+    }
     std::printf("copied %s to %s\n", args[0].c_str(), args[1].c_str());
     return 0;
 }

@@ -11,6 +11,7 @@
 // Exit codes: 0 sent, 1 refused by the server or the dialogue failed, 2 usage, 3 a file
 // (attachment, password file, temporary file) could not be read or written.
 #include "command.h"
+#include "progress.h"
 
 #include "vardo/csismtpmail.h"
 #include "vardo/csisocket.h"
@@ -125,7 +126,11 @@ int runMail(const std::vector<std::string>& args)
                                                        : auth == "login" ? CSISMTPMail::authLogin
                                                                          : CSISMTPMail::authNone);
         }
-        mail.SendSMTPMessage(false);
+        {
+            // The dialogue shows nothing of its progress; a terminal at least sees it alive.
+            vardo_tool::Progress progress("sending to " + server, 0, nullptr);
+            mail.SendSMTPMessage(false);
+        }
         std::printf("%s\n", mail.GetServerReply().data());
         return 0;
     } catch (const CSISMTPMailException& e) {
