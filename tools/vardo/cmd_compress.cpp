@@ -44,11 +44,8 @@ const char* meaning(int code)
 
 bool parseInt(const std::string& s, int minimum, int maximum, int& out)
 {
-    if (s.empty())
-        return false;
-    char* end = nullptr;
-    long v = std::strtol(s.c_str(), &end, 10);
-    if (*end != 0 || v < minimum || v > maximum)
+    long v = 0;
+    if (!vardo_tool::parseNumber(s, minimum, maximum, v))
         return false;
     out = static_cast<int>(v);
     return true;

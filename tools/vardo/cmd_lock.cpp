@@ -25,6 +25,8 @@ using namespace Vardo400;
 
 namespace {
 
+using vardo_tool::parseNumber;
+
 using vardo_tool::argToText;
 using vardo_tool::utf8;
 
@@ -44,17 +46,6 @@ const char* meaning(SFileLock::ErrorCodes code)
     return "unknown";
 }
 
-bool parseNumber(const std::string& s, long minimum, long maximum, long& out)
-{
-    if (s.empty())
-        return false;
-    char* end = nullptr;
-    long v = std::strtol(s.c_str(), &end, 10);
-    if (*end != 0 || v < minimum || v > maximum)
-        return false;
-    out = v;
-    return true;
-}
 
 int runLock(const std::vector<std::string>& args)
 {

@@ -16,19 +16,10 @@ using namespace Vardo400;
 
 namespace {
 
+using vardo_tool::parseNumber;
+
 const char kUsage[] = "usage: vardo net check HOST PORT [SECONDS]\n";
 
-bool parseNumber(const std::string& s, long minimum, long maximum, long& out)
-{
-    if (s.empty())
-        return false;
-    char* end = nullptr;
-    long v = std::strtol(s.c_str(), &end, 10);
-    if (*end != 0 || v < minimum || v > maximum)
-        return false;
-    out = v;
-    return true;
-}
 
 int runNet(const std::vector<std::string>& args)
 {

@@ -28,12 +28,12 @@ int runStack(const std::vector<std::string>& args)
             return 0;
         }
         if (args[i] == "--skip" && i + 1 < args.size()) {
-            char* end = nullptr;
-            skip = std::strtol(args[i + 1].c_str(), &end, 10);
-            if (args[i + 1].empty() || *end != 0 || skip < 0 || skip > 511) {
+            long n = 0;
+            if (!vardo_tool::parseNumber(args[i + 1], 0, 511, n)) {
                 std::fprintf(stderr, "vardo stack: --skip wants a number from 0 to 511\n");
                 return 2;
             }
+            skip = static_cast<int>(n);
             ++i;
             continue;
         }

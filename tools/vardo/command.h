@@ -26,6 +26,9 @@ bool registerCommand(const Command& c);
 Vardo400::SWCharString argToText(const std::string& arg);
 // Text as UTF-8 for the console.
 std::string utf8(const Vardo400::SWCharString& s);
+// A decimal number from minimum to maximum: an optional "-" and digits, nothing else (no
+// blanks, no "+"). False for anything else.
+bool parseNumber(const std::string& s, long minimum, long maximum, long& out);
 
 } // namespace vardo_tool
 

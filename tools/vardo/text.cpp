@@ -28,4 +28,23 @@ std::string utf8(const SWCharString& s)
     return out;
 }
 
+bool parseNumber(const std::string& s, long minimum, long maximum, long& out)
+{
+    size_t i = !s.empty() && s[0] == '-' ? 1 : 0;
+    if (i == s.size() || s.size() - i > 18)
+        return false;
+    long long v = 0;
+    for (; i < s.size(); ++i) {
+        if (s[i] < '0' || s[i] > '9')
+            return false;
+        v = v * 10 + (s[i] - '0');
+    }
+    if (s[0] == '-')
+        v = -v;
+    if (v < minimum || v > maximum)
+        return false;
+    out = static_cast<long>(v);
+    return true;
+}
+
 } // namespace vardo_tool
