@@ -260,6 +260,8 @@ TEST(RegFile, FormatsAsRegeditWrites)
     std::vector<unsigned char> newline = textBytes("a\nb");
     ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, newline.data(), static_cast<uint32_t>(newline.size()), line));
     EXPECT_EQ(0u, U(line).find("\"n\"=hex(1):61,00,0a,00"));
+    ASSERT_TRUE(SRegFile::FormatValue(W("d"), RegTypeDword, dw, 3, line));
+    EXPECT_EQ("\"d\"=hex(4):0a,00,10\r\n", U(line));
     EXPECT_FALSE(SRegFile::FormatValue(W("bad\nname"), RegTypeBinary, dw, 4, line));
     // Long data wraps at 80 columns with ",\" and two blanks.
     std::vector<unsigned char> big(100, 0xAB);
