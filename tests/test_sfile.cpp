@@ -164,14 +164,10 @@ TEST_F(SFileTest, OpenFailures)
 
     // Exclusive creation of an existing file.
     writeBytes(at("there.txt"), "x");
-    try {
-        SFile x(wat("there.txt"), SFile::create | SFile::exclusive | SFile::writeOnly, SFile::readWriteMask,
-                SFile::denyNothing);
-        FAIL();
-    } catch (const SFileException& e) {
-        EXPECT_EQ(EEXIST, e.getErrno());
-        EXPECT_EQ(SFileException::otherError, e.DetailCode());
-    }
+    EXPECT_THROW(SFile(wat("there.txt"), SFile::create | SFile::exclusive | SFile::writeOnly,
+                       SFile::readWriteMask, SFile::denyNothing),
+                 SFileException);
+    EXPECT_EQ("x", readBytes(at("there.txt")));
 }
 
 TEST_F(SFileTest, OperationsWithoutAnOpenFile)
