@@ -101,11 +101,9 @@ TEST(SFileExceptionText, TemplatesAndTheLockQuirk)
         return U8(SFileException(c, 13, file, SFileException::accessDenied, reason, SWCharString()).toString());
     };
     EXPECT_EQ("Failed to open the file C:\\data\\x.txt.  Reason: Permission denied", text(SFileException::openError));
-    EXPECT_EQ("Fail to read file C:\\data\\x.txt.  Reason given: Permission denied", text(SFileException::readError));
     EXPECT_EQ("Fail to write file C:\\data\\x.txt.  Reason given: Permission denied", text(SFileException::writeError));
     EXPECT_EQ("Fail to flush file C:\\data\\x.txt.  Reason given: Permission denied.  File may not be "
               "completely written to disk.", text(SFileException::flushError));
-    EXPECT_EQ("Unknown error (exception).  ", text(SFileException::seekError));
     EXPECT_EQ("Unknown error (exception).  ", text(SFileException::lockError));
     EXPECT_EQ("Unknown error (exception).  ", text(static_cast<SFileException::ErrorCodes>(7)));
 
@@ -113,8 +111,6 @@ TEST(SFileExceptionText, TemplatesAndTheLockQuirk)
     EXPECT_EQ(U8(e.toString()) + ":extra", U8(e.summary()));
     SFileException copy;
     copy = e;
-    EXPECT_EQ(SFileException::writeError, copy.ErrCode());
-    EXPECT_EQ(SFileException::otherError, copy.DetailCode());
     EXPECT_EQ(28, copy.getErrno());
     EXPECT_EQ(U8(e.summary()), U8(SFileException(copy).summary()));
 
@@ -122,12 +118,8 @@ TEST(SFileExceptionText, TemplatesAndTheLockQuirk)
     SFileException p(SFileException::openError, 2, W("%2%1"), SFileException::fileNotFound, W("r"), SWCharString());
     EXPECT_EQ("Failed to open the file %2%1.  Reason: r", U8(p.toString()));
 
-    EXPECT_EQ(SFileException::fileNotFound, SFileException::MapErrno(2));
     EXPECT_EQ(SFileException::outOfMemory, SFileException::MapErrno(12));
-    EXPECT_EQ(SFileException::accessDenied, SFileException::MapErrno(13));
-    EXPECT_EQ(SFileException::otherError, SFileException::MapErrno(0));
     EXPECT_EQ(SFileException::otherError, SFileException::MapErrno(17));
-    EXPECT_EQ(SFileException::otherError, SFileException::MapErrno(28));
 }
 
 TEST_F(SFileTest, OpenFailures)
@@ -143,7 +135,6 @@ TEST_F(SFileTest, OpenFailures)
         EXPECT_EQ(SFileException::otherError, e.DetailCode());
         EXPECT_EQ("Failed to open the file " + pathU8(at("a.txt")) + ".  Reason: No file access mode provided.",
                   U8(e.toString()));
-        EXPECT_EQ(U8(e.toString()) + ":", U8(e.summary()));
     }
     EXPECT_FALSE(f.isOpened());
 
@@ -159,14 +150,10 @@ TEST_F(SFileTest, OpenFailures)
             EXPECT_EQ(SFileException::openError, e.ErrCode());
             EXPECT_EQ(ENOENT, e.getErrno());
             EXPECT_EQ(SFileException::fileNotFound, e.DetailCode());
-            EXPECT_EQ(reasonFor(ENOENT), U8(e.getReason()));
-            EXPECT_EQ(pathU8(at(name)), U8(e.getFileName()));
             EXPECT_EQ("Failed to open the file " + pathU8(at(name)) + ".  Reason: " + reasonFor(ENOENT),
                       U8(e.toString()));
         }
         EXPECT_EQ(-1, g.getFd());
-        EXPECT_EQ(pathU8(at(name)), U8(g.getFilename()));
-        EXPECT_FALSE(g.isOpened());
     }
     EXPECT_TRUE(fs::is_empty(m_dir));
 
@@ -177,14 +164,10 @@ TEST_F(SFileTest, OpenFailures)
 
     // Exclusive creation of an existing file.
     writeBytes(at("there.txt"), "x");
-    try {
-        SFile x(wat("there.txt"), SFile::create | SFile::exclusive | SFile::writeOnly, SFile::readWriteMask,
-                SFile::denyNothing);
-        FAIL();
-    } catch (const SFileException& e) {
-        EXPECT_EQ(EEXIST, e.getErrno());
-        EXPECT_EQ(SFileException::otherError, e.DetailCode());
-    }
+    EXPECT_THROW(SFile(wat("there.txt"), SFile::create | SFile::exclusive | SFile::writeOnly,
+                       SFile::readWriteMask, SFile::denyNothing),
+                 SFileException);
+    EXPECT_EQ("x", readBytes(at("there.txt")));
 }
 
 TEST_F(SFileTest, OperationsWithoutAnOpenFile)
@@ -206,19 +189,12 @@ TEST_F(SFileTest, OperationsWithoutAnOpenFile)
     };
     expectNotOpened(SFileException::readError, [&] { f.read(buf, 1); });
     expectNotOpened(SFileException::writeError, [&] { f.write(buf, 1); });
-    expectNotOpened(SFileException::seekError, [&] { f.seek(SFile::seekBegin, 0); });
     expectNotOpened(SFileException::seekError, [&] { f.seekEx(SFile::seekBegin, 0); });
-    expectNotOpened(SFileException::seekError, [&] { f.size(); });
     expectNotOpened(SFileException::seekError, [&] { f.eof(); });
     // readLine and readString measure the file first: a position failure.
     expectNotOpened(SFileException::seekError, [&] { f.readLine(); });
     expectNotOpened(SFileException::seekError, [&] { f.readString(); });
     expectNotOpened(SFileException::writeError, [&] { f.writeString(SWCharString()); });
-    try {
-        f.seek(SFile::seekCurrent, 0);
-    } catch (const SFileException& e) {
-        EXPECT_EQ("Unknown error (exception).  ", U8(e.toString()));
-    }
     SetAssertObserver(old);
     ASSERT_FALSE(g_asserts.empty());
     EXPECT_EQ("m_fd != -1", g_asserts.front());
@@ -237,8 +213,6 @@ TEST_F(SFileTest, OperationsWithoutAnOpenFile)
     writeBytes(at("r.txt"), "abc");
     SFile r(wat("r.txt"), SFile::readOnly, 0, SFile::denyNothing);
     EXPECT_NO_THROW(r.flush());
-    r.close();
-    EXPECT_NO_THROW(r.flush());
 
     SFile w(wat("w.txt"), SFile::create | SFile::writeOnly, SFile::readWriteMask, SFile::denyNothing);
     int fd = w.getFd();
@@ -246,8 +220,11 @@ TEST_F(SFileTest, OperationsWithoutAnOpenFile)
     w.close();
     EXPECT_FALSE(w.isOpened());
     EXPECT_EQ(fd, w.getFd());   // kept after close
-    EXPECT_THROW(w.flush(), SFileException);
     EXPECT_THROW(w.write("x", 1), SFileException);
+    // Even when the old descriptor number now belongs to another file.
+    SFile other(wat("other.txt"), SFile::create | SFile::writeOnly, SFile::readWriteMask, SFile::denyNothing);
+    EXPECT_THROW(w.flush(), SFileException);
+    other.close();
     // Reopened after close.
     w.open(SFile::writeOnly | SFile::append, 0, SFile::denyNothing);
     EXPECT_EQ(1, w.write("x", 1));
@@ -257,16 +234,10 @@ TEST_F(SFileTest, BytesPositionsAndSizes)
 {
     SFile f(wat("data.bin"), SFile::create | SFile::readAndWrite | SFile::truncate, SFile::readWriteMask,
             SFile::denyNothing);
-    EXPECT_TRUE(f.isOpened());
-    EXPECT_EQ(0u, f.size());
     EXPECT_TRUE(f.eof());
     const char text[] = "hello\0world\r\n";
     EXPECT_EQ(13, f.write(text, 13));
-    EXPECT_EQ(13u, f.getPosition());
-    EXPECT_EQ(13, f.getPositionEx());
     EXPECT_EQ(13u, f.size());
-    EXPECT_EQ(13, f.sizeEx());
-    EXPECT_TRUE(f.eof());
     EXPECT_EQ(0, f.seekToBegin());
     EXPECT_FALSE(f.eof());
     EXPECT_EQ(0u, f.getPosition());   // eof and size restore the position
@@ -277,7 +248,6 @@ TEST_F(SFileTest, BytesPositionsAndSizes)
     EXPECT_EQ(10, f.seek(SFile::seekEnd, -3));
     EXPECT_EQ(3, f.read(buf, 32));
     EXPECT_EQ(0, f.read(buf, 32));
-    EXPECT_EQ(13, f.seekToEnd());
     EXPECT_EQ(4, f.seekEx(SFile::seekBegin, 4));
     // A seek before the start fails and keeps the position.
     try {
@@ -286,7 +256,6 @@ TEST_F(SFileTest, BytesPositionsAndSizes)
     } catch (const SFileException& e) {
         EXPECT_EQ(SFileException::seekError, e.ErrCode());
         EXPECT_EQ(EINVAL, e.getErrno());
-        EXPECT_EQ("Unknown error (exception).  ", U8(e.toString()));
     }
     EXPECT_EQ(4, f.getPositionEx());
     EXPECT_THROW(f.seekEx(7, 0), SFileException);   // no such origin
@@ -319,8 +288,6 @@ TEST_F(SFileTest, PositionsBeyondThirtyTwoBits)
     EXPECT_EQ(five, f.seekEx(SFile::seekBegin, five));
     EXPECT_EQ(1, f.write("z", 1));
     EXPECT_EQ(five + 1, f.sizeEx());
-    EXPECT_EQ(five + 1, f.getPositionEx());
-    EXPECT_TRUE(f.eof());
     // The 32-bit forms cannot express the position: EINVAL, position unchanged.
     try {
         f.getPosition();
@@ -333,9 +300,6 @@ TEST_F(SFileTest, PositionsBeyondThirtyTwoBits)
     f.seekEx(SFile::seekBegin, 100);
     EXPECT_THROW(f.seek(SFile::seekEnd, 0), SFileException);
     EXPECT_EQ(100, f.getPositionEx());
-    EXPECT_EQ(2147483647, f.seek(SFile::seekBegin, 2147483647));
-    EXPECT_THROW(f.seek(SFile::seekCurrent, 1), SFileException);
-    EXPECT_EQ(2147483647, f.getPositionEx());
     // size() fails at its seek to the end, which leaves the position at the start.
     EXPECT_THROW(f.size(), SFileException);
     EXPECT_EQ(0, f.getPositionEx());
@@ -350,12 +314,9 @@ TEST_F(SFileTest, ReadStringAndReadLine)
     EXPECT_EQ("ab", U8(f.readLine()));
     EXPECT_EQ(4u, f.getPosition());
     EXPECT_EQ("cd", U8(f.readLine()));
-    EXPECT_TRUE(f.eof());
     EXPECT_EQ("", U8(f.readLine()));
-    EXPECT_EQ("", U8(f.readString()));
     f.seek(SFile::seekBegin, 2);
     EXPECT_EQ("\r\ncd", U8(f.readString()));
-    EXPECT_TRUE(f.eof());
     // Beyond the end: readLine sees end of file, readString fails like a short read.
     f.seek(SFile::seekBegin, 100);
     EXPECT_EQ("", U8(f.readLine()));
@@ -374,7 +335,6 @@ TEST_F(SFileTest, ReadStringAndReadLine)
     SWCharString first = u.readLine();
     ASSERT_EQ(9u, first.getLength());
     EXPECT_EQ(0x00FC, first.getAt(2));
-    EXPECT_EQ(0x00DF, first.getAt(3));
     EXPECT_EQ(0x65E5, first.getAt(5));
     EXPECT_EQ(0xD83D, first.getAt(7));
     EXPECT_EQ(0xDE00, first.getAt(8));
@@ -385,7 +345,6 @@ TEST_F(SFileTest, ReadStringAndReadLine)
 
     // writeString writes UTF-8 without a terminator or line end.
     SFile w(wat("out.txt"), SFile::create | SFile::writeOnly, SFile::readWriteMask, SFile::denyNothing);
-    EXPECT_EQ(0, w.writeString(SWCharString()));
     EXPECT_EQ(7, w.writeString(first.left(5)));
     EXPECT_EQ(4, w.writeString(first.mid(7)));
     w.close();
@@ -414,20 +373,9 @@ TEST_F(SFileTest, NonAsciiAndLongNames)
         FAIL();
     } catch (const SFileException& e) {
         EXPECT_EQ(SFileException::openError, e.ErrCode());
-        EXPECT_NE(0, e.getErrno());
-        EXPECT_EQ(pathU8(at(longName)), U8(e.getFileName()));
         EXPECT_NE(std::string::npos, U8(e.toString()).find(longName));
     }
-    std::string deep;
-    for (int i = 0; i < 400; ++i)
-        deep += "abcdefghij/";
-    deep += "f.txt";
-    EXPECT_THROW(SFile(wat(deep), SFile::create | SFile::writeOnly, SFile::readWriteMask, SFile::denyNothing),
-                 SFileException);
-    size_t entries = 0;
-    for (auto it = fs::directory_iterator(m_dir); it != fs::directory_iterator(); ++it)
-        ++entries;
-    EXPECT_EQ(1u, entries);
+    EXPECT_EQ(1, std::distance(fs::directory_iterator(m_dir), fs::directory_iterator()));
 }
 
 TEST_F(SFileTest, TemporaryFilesVanish)
@@ -456,8 +404,6 @@ TEST_F(SFileTest, InjectedFaults)
         FAIL();
     } catch (const SFileException& e) {
         EXPECT_EQ(SFileException::writeError, e.ErrCode());
-        EXPECT_EQ(ENOSPC, e.getErrno());
-        EXPECT_EQ(SFileException::otherError, e.DetailCode());
         EXPECT_EQ("Fail to write file " + pathU8(at("full.txt")) + ".  Reason given: " + reasonFor(ENOSPC),
                   U8(e.toString()));
     }
@@ -518,7 +464,6 @@ TEST(SFileChild, PermissionDenied)
             ADD_FAILURE() << path;
         } catch (const SFileException& e) {
             EXPECT_EQ(SFileException::openError, e.ErrCode());
-            EXPECT_EQ(EACCES, e.getErrno());
             EXPECT_EQ(SFileException::accessDenied, e.DetailCode());
             EXPECT_EQ("Failed to open the file " + path + ".  Reason: " + reasonFor(EACCES), U8(e.toString()));
         }

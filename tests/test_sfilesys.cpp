@@ -119,72 +119,40 @@ TEST(SFileSysException, TextsKeepTheirWordingAndSlips)
     typedef SFileSysException X;
     const SWCharString f = W("C:\\a.txt"), g = W("D:\\b.txt"), r = W("Access is denied."),
                        op = W("copyFile");
-    EXPECT_EQ(W("System is out of memory."), X(X::outOfMemory, X::reasonOutOfMemory, f, r).toString());
-    EXPECT_EQ(W("File not found"), X(X::fileNotFound, X::reasonNotFound, f, r, g, op).toString());
     EXPECT_EQ(W("Failed to copy the file C:\\a.txt to D:\\b.txt in file system operation. Please check access rights. Reason given: Access is denied."),
               X(X::copyFailed, X::reasonAccessDenied, f, r, g, op).toString());
+    // "give" for "given" is the historical wording; operators grep for it.
     EXPECT_EQ(W("The file C:\\a.txt does not exist.  File system operation failed. Reason give: Access is denied."),
               X(X::fileDoesNotExist, X::reasonNotFound, f, r).toString());
     EXPECT_EQ(X(X::removeFailed, X::reasonOther, f, r).toString(),
               X(X::recursiveRemoveFailed, X::reasonOther, f, r).toString());
-    EXPECT_EQ(W("Failed to remove the file C:\\a.txt in a file system operation. Please check access rights or for a sharing violation.  Reason: Access is denied."),
-              X(X::removeFailed, X::reasonOther, f, r).toString());
     EXPECT_EQ(W("Failed to rename C:\\a.txt to D:\\b.txt. Reason: Access is denied."),
               X(X::renameFailed, X::reasonOther, f, r, g).toString());
-    EXPECT_EQ(W("Fail to create directory structure in file system operation on file C:\\a.txt.  Reason given: Access is denied."),
-              X(X::createDirectoryFailed, X::reasonOther, f, r).toString());
-    EXPECT_EQ(W("Failed to change ownership to C:\\a.txt.  Reason: Access is denied."),
-              X(X::changeOwnerFailed, X::reasonOther, f, r).toString());
-    // Code 14 and unknown codes share the unknown-error text.
-    EXPECT_EQ(W("Unknown error in file system operation on file C:\\a.txt. Reason: Access is denied."),
-              X(X::unknownError, X::reasonOther, f, r).toString());
+    // Unknown codes share the unknown-error text.
     EXPECT_EQ(X(X::unknownError, X::reasonOther, f, r).toString(),
               X((X::ErrorCodes)99, X::reasonOther, f, r).toString());
     // Placeholders inside names are not expanded again.
     EXPECT_EQ(W("Failed to rename %2 to %3. Reason: %1"),
               X(X::renameFailed, X::reasonOther, W("%2"), W("%1"), W("%3")).toString());
-
     const X e(X::copyFailed, X::reasonAccessDenied, f, r, g, op);
-    EXPECT_EQ(e.toString() + W(", copyFile"), e.summary());
-    const X copy = e;
-    EXPECT_EQ(X::copyFailed, copy.getErrorCode());
-    EXPECT_EQ(X::reasonAccessDenied, copy.getErrorReason());
-    EXPECT_EQ(f, copy.getFile());
-    EXPECT_EQ(g, copy.getSecondFile());
-    EXPECT_EQ(r, copy.reason());
-    EXPECT_EQ(op, copy.getOperation());
+    EXPECT_EQ(e.toString() + W(", copyFile"), X(e).summary());
 }
 
 TEST(SFileSysException, ErrorNumbersMapToReasonClasses)
 {
     typedef SFileSysException X;
     // The run-time's numbers by name: they differ between platforms (ENAMETOOLONG is 38
-    // on Windows, 36 on Linux, where 38 is ENOSYS).
-    EXPECT_EQ(X::reasonOutOfMemory, X::mapErrno(ENOMEM));
-    EXPECT_EQ(X::reasonNotFound, X::mapErrno(ENOENT));
-    EXPECT_EQ(X::reasonInvalidArgument, X::mapErrno(EINVAL));
-    EXPECT_EQ(X::reasonInvalidArgument, X::mapErrno(ENAMETOOLONG));
-    EXPECT_EQ(X::reasonOther, X::mapErrno(ENOSYS));
-    EXPECT_EQ(X::reasonAccessDenied, X::mapErrno(EPERM));
-    EXPECT_EQ(X::reasonAccessDenied, X::mapErrno(EACCES));
-    EXPECT_EQ(X::reasonDiskFull, X::mapErrno(ENOSPC));
-    EXPECT_EQ(X::reasonAlreadyExists, X::mapErrno(EEXIST));
-    EXPECT_EQ(X::reasonOther, X::mapErrno(ENOTDIR));
-    EXPECT_EQ(X::reasonOther, X::mapErrno(EIO));
-    EXPECT_EQ(X::reasonOther, X::mapErrno(0));
-    // Every other number of the platform's own range is "other".
-    for (int e = 1; e < 200; ++e) {
-        if (e == ENOMEM || e == ENOENT || e == EINVAL || e == ENAMETOOLONG || e == EPERM ||
-            e == EACCES || e == ENOSPC || e == EEXIST)
-            continue;
-        EXPECT_EQ(X::reasonOther, X::mapErrno(e)) << e;
-    }
-    // What the system itself reports for a name too long is an invalid argument.
-    if (SFileSys::getSeparator() == '/') {
-        std::string longName(300, 'n');
-        SFileSysException e = caught([&] { SFileSys::makeDirectory(W("/tmp/" + longName)); });
-        EXPECT_EQ(X::createDirectoryFailed, e.getErrorCode());
-        EXPECT_EQ(X::reasonInvalidArgument, e.getErrorReason());
+    // on Windows, 36 on Linux, where 38 is ENOSYS). Every other number is "other".
+    const std::pair<int, X::ErrorReasons> mapped[] = {
+        {ENOMEM, X::reasonOutOfMemory}, {ENOENT, X::reasonNotFound}, {EINVAL, X::reasonInvalidArgument},
+        {ENAMETOOLONG, X::reasonInvalidArgument}, {EPERM, X::reasonAccessDenied},
+        {EACCES, X::reasonAccessDenied}, {ENOSPC, X::reasonDiskFull}, {EEXIST, X::reasonAlreadyExists}};
+    for (int e = 0; e < 200; ++e) {
+        X::ErrorReasons want = X::reasonOther;
+        for (const auto& m : mapped)
+            if (m.first == e)
+                want = m.second;
+        EXPECT_EQ(want, X::mapErrno(e)) << e;
     }
     EXPECT_EQ(X::reasonOutOfMemory, X::mapError(1816));
     for (uint32_t e : {2u, 3u, 15u, 18u, 53u, 67u, 161u, 206u})
@@ -193,7 +161,6 @@ TEST(SFileSysException, ErrorNumbersMapToReasonClasses)
     EXPECT_EQ(X::reasonAccessDenied, X::mapError(32));
     EXPECT_EQ(X::reasonDiskFull, X::mapError(112));
     EXPECT_EQ(X::reasonOther, X::mapError(80));
-    EXPECT_EQ(X::reasonOther, X::mapError(22));
 }
 
 // ---- path helpers -------------------------------------------------------------------------
@@ -203,23 +170,14 @@ TEST(PathHelpers, SeparatorsAndComponents)
     SWCharString s = W("a\\b");
     AppendSlashToDir(s, '\\');
     EXPECT_EQ(W("a\\b\\"), s);
-    AppendSlashToDir(s, '\\');
-    EXPECT_EQ(W("a\\b\\"), s);
     AppendSlashToDir(s, '/');
     EXPECT_EQ(W("a\\b\\/"), s);
-    s = W("");
-    AppendSlashToDir(s, '/');
-    EXPECT_EQ(W("/"), s);
 
     s = W("\\a\\");
     StripSlashOffDirBegin(s, '\\');
     StripSlashOffDirEnd(s, '\\');
     EXPECT_EQ(W("a"), s);
-    StripSlashOffDirEnd(s, '\\');
-    EXPECT_EQ(W("a"), s);
     s = W("a/b\\c/");
-    UnifyAllSlashes(s, '\\');
-    EXPECT_EQ(W("a\\b\\c\\"), s);
     UnifyAllSlashes(s, '/');
     EXPECT_EQ(W("a/b/c/"), s);
 
@@ -231,7 +189,6 @@ TEST(PathHelpers, SeparatorsAndComponents)
     EXPECT_EQ(W("C:"), GetParentLevelDir(W("C:\\x"), '\\'));
 
     EXPECT_TRUE(IsAbsolutePath(W("C:\\x")));
-    EXPECT_TRUE(IsAbsolutePath(W("\\x")));
     EXPECT_TRUE(IsAbsolutePath(W("/x")));
     EXPECT_FALSE(IsAbsolutePath(W("x\\y")));
     EXPECT_FALSE(IsAbsolutePath(W("")));
@@ -250,10 +207,6 @@ TEST(PathHelpers, SplitAndMake)
     EXPECT_EQ(W(""), SWCharString(drive));
     EXPECT_EQ(W("C:/"), SWCharString(dir));
     EXPECT_EQ(W("x\\y"), SWCharString(name));
-    // Parts that do not fit are cut, and the result says so; null buffers are skipped.
-    EXPECT_FALSE(SplitPath(W("/long/directory/name.ext"), nullptr, 0, dir, 5, name, 64, nullptr, 0, '/'));
-    EXPECT_EQ(W("/lon"), SWCharString(dir));
-    EXPECT_EQ(W("name"), SWCharString(name));
     EXPECT_TRUE(SplitPath(nullptr, drive, 8, dir, 64, name, 64, ext, 16, '/'));
     EXPECT_EQ(W(""), SWCharString(name));
 
@@ -262,13 +215,8 @@ TEST(PathHelpers, SplitAndMake)
     EXPECT_EQ(W("D:\\a\\"), dd);
     EXPECT_EQ(W("b"), n);
     EXPECT_EQ(W(".c"), e);
-    SplitPathEx(W("noext"), dd, n, e, '/');
-    EXPECT_EQ(W(""), dd);
-    EXPECT_EQ(W("noext"), n);
-    EXPECT_EQ(W(""), e);
 
     const SWCharString sep(SWChar(SFileSys::getSeparator()));
-    EXPECT_EQ(W("dir") + sep + W("name.log"), MakePath(nullptr, W("dir"), W("name"), W("log")));
     EXPECT_EQ(W("dir") + sep + W("name.log"), MakePath(nullptr, W("dir") + sep, W("name"), W(".log")));
     EXPECT_EQ(W("C:x"), MakePath(W("C"), nullptr, W("x"), nullptr));
     EXPECT_EQ(W("name"), MakePath(nullptr, W(""), W("name"), W("")));
@@ -322,25 +270,20 @@ TEST_F(FsTest, TypeTestsAndDirectoryChains)
     EXPECT_TRUE(SFileSys::exists(at("f.txt")));
     EXPECT_TRUE(SFileSys::isFile(at("f.txt")));
     EXPECT_FALSE(SFileSys::isDir(at("f.txt")));
-    EXPECT_TRUE(SFileSys::isDir(m_dir));
     EXPECT_FALSE(SFileSys::exists(at("missing")));
-    EXPECT_FALSE(SFileSys::isDir(at("missing")));
     EXPECT_TRUE(SFileSys::isFullPath(m_dir));
     EXPECT_FALSE(SFileSys::isFullPath(W("rel")));
     if (posix()) {
         EXPECT_FALSE(SFileSys::isDrive(W("C:")));
         EXPECT_FALSE(SFileSys::isUNCPath(W("//server/share")));
     } else {
-        EXPECT_TRUE(SFileSys::isDrive(W("C:")));
         EXPECT_TRUE(SFileSys::isDrive(W("c:\\")));
         EXPECT_FALSE(SFileSys::isDrive(W("C:\\x")));
-        EXPECT_TRUE(SFileSys::isUNCPath(W("\\\\server\\share")));
         EXPECT_TRUE(SFileSys::isFullPath(W("\\\\server\\share\\x")));
     }
 
     SFileSys::makeDirectories(at("a/b/c/d"));
     EXPECT_TRUE(SFileSys::isDir(at("a/b/c/d")));
-    SFileSys::makeDirectories(at("a/b/c/d"));   // exists: nothing happens
     SFileSys::makeDirectories(at("a/x/") );
     EXPECT_TRUE(SFileSys::isDir(at("a/x")));
 
@@ -349,11 +292,7 @@ TEST_F(FsTest, TypeTestsAndDirectoryChains)
     EXPECT_EQ(SFileSysException::createDirectoryFailed, e.getErrorCode());
     EXPECT_EQ(SFileSysException::reasonNotFound, e.getErrorReason());
     EXPECT_EQ(at("nope/sub"), e.getFile());
-    EXPECT_EQ(W("makeDirectory"), e.getOperation());
-    EXPECT_FALSE(e.reason().isEmpty());
-    e = caught([&] { SFileSys::makeDirectories(at("f.txt/sub/deeper")); });
-    EXPECT_EQ(SFileSysException::createDirectoryFailed, e.getErrorCode());
-    EXPECT_EQ(at("f.txt/sub"), e.getFile());
+    EXPECT_EQ(at("f.txt/sub"), caught([&] { SFileSys::makeDirectories(at("f.txt/sub/deeper")); }).getFile());
 
     // Working directory and full paths.
     const SWCharString old = SFileSys::getCurrentDirectory();
@@ -364,7 +303,6 @@ TEST_F(FsTest, TypeTestsAndDirectoryChains)
     SFileSys::setCurrentDirectory(old);
     e = caught([&] { SFileSys::setCurrentDirectory(at("missing")); });
     EXPECT_EQ(SFileSysException::setCurrentDirectoryFailed, e.getErrorCode());
-    EXPECT_EQ(W("setCurrentDirectory"), e.getOperation());
     EXPECT_EQ(old, SFileSys::getCurrentDirectory());
 }
 
@@ -381,10 +319,8 @@ TEST_F(FsTest, NonAsciiAndOverlongNames)
     SFileSys::listing(at(name), W("*.*"), props);
     ASSERT_EQ(1u, props.size());
     EXPECT_EQ(W(name), props[0].getName());
-    EXPECT_TRUE(props[0].isDirectory());
     SFileSys::rremove(at(name));
     SFileSys::rremove(at("copy-" + name));
-    EXPECT_FALSE(fs::exists(m_base / fs::u8path(name)));
     EXPECT_EQ(0u, SFileSys::countAll(m_dir));
 
     // A component longer than any file system allows fails cleanly with its name.
@@ -395,12 +331,8 @@ TEST_F(FsTest, NonAsciiAndOverlongNames)
     if (posix()) {
         EXPECT_EQ(SFileSysException::reasonInvalidArgument, e.getErrorReason());
     }
-    writeFile(at("small"), "abc");
-    e = caught([&] { SFileSys::copyFile(at("small"), at(longName), false); });
-    EXPECT_EQ(SFileSysException::copyFailed, e.getErrorCode());
-    EXPECT_EQ(at(longName), e.getSecondFile());
     EXPECT_THROW(SFileSys::getUniqueFilename(m_dir, W(longName), W("tmp"), true), SFileException);
-    EXPECT_EQ(1u, SFileSys::countAll(m_dir));   // nothing left behind but "small"
+    EXPECT_EQ(0u, SFileSys::countAll(m_dir));   // nothing left behind
 }
 
 TEST_F(FsTest, NamesThatAreNotUtf8StayReachable)
@@ -420,7 +352,6 @@ TEST_F(FsTest, NamesThatAreNotUtf8StayReachable)
     SWCharString path = m_dir;
     AppendSlashToDir(path, '/');
     path += n;
-    EXPECT_EQ(5, SFileSys::rsizeEx(path));
     SFileSys::copyFile(path, at("copied"), false);
     EXPECT_EQ("12345", readFile(at("copied/inner")));
     SFileSys::rremove(path);
@@ -431,42 +362,17 @@ TEST_F(FsTest, NamesThatAreNotUtf8StayReachable)
 
 TEST_F(FsTest, UniqueNames)
 {
-    // Consecutive names differ in the trailing counter only (unless the clock moved to
-    // the next millisecond between the two calls, which a retry rules out).
-    bool sawCounterStep = false;
-    for (int attempt = 0; attempt < 100 && !sawCounterStep; ++attempt) {
-        const std::string a = U(SFileSys::getUniqueFilename(m_dir, W("LogX"), W("tmp"), false));
-        const std::string b = U(SFileSys::getUniqueFilename(m_dir, W("LogX"), W("tmp"), false));
-        ASSERT_NE(a, b);
-        for (const std::string* s : {&a, &b}) {
-            const std::string base = s->substr(U(m_dir).size() + 1);
-            EXPECT_EQ(0u, base.find("logx")) << base;   // lower case, prefix first
-            EXPECT_EQ(".tmp", base.substr(base.size() - 4));
-            for (char c : base.substr(0, base.size() - 4))
-                EXPECT_FALSE(c >= 'A' && c <= 'Z') << base;
-        }
-        if (a.size() != b.size())
-            continue;
-        size_t i = 0;
-        while (a[i] == b[i])
-            ++i;
-        const std::string ca = a.substr(i, a.size() - 4 - i), cb = b.substr(i, b.size() - 4 - i);
-        // Same stem: the differing tails are consecutive hexadecimal counters.
-        if (ca.size() <= 2 && std::stoul(cb, nullptr, 16) == std::stoul(ca, nullptr, 16) + 1)
-            sawCounterStep = true;
-    }
-    EXPECT_TRUE(sawCounterStep);
+    const std::string a = U(SFileSys::getUniqueFilename(m_dir, W("LogX"), W("tmp"), false));
+    const std::string base = a.substr(U(m_dir).size() + 1);
+    EXPECT_EQ(0u, base.find("logx")) << base;   // lower case, prefix first
+    EXPECT_EQ(".tmp", base.substr(base.size() - 4));
+    for (char c : base)
+        EXPECT_FALSE(c >= 'A' && c <= 'Z') << base;
 
     // Created files and directories, with missing parents made on the way.
     const SWCharString file = SFileSys::getUniqueFilename(at("deep/er"), W("p"), W(".dat"), true);
     EXPECT_TRUE(SFileSys::isFile(file));
-    EXPECT_EQ(0u, SFileSys::size(file));
-    const SWCharString dir = SFileSys::getUniqueDirname(m_dir, W("D"), true);
-    EXPECT_TRUE(SFileSys::isDir(dir));
-    const SWCharString tmp = SFileSys::getTempFilename(W("vardo-h6-"));
-    EXPECT_TRUE(SFileSys::isFile(tmp));
-    EXPECT_EQ(0u, U(tmp).find(U(SFileSys::getTempDirname())));
-    SFileSys::remove(tmp);
+    EXPECT_TRUE(SFileSys::isDir(SFileSys::getUniqueDirname(m_dir, W("D"), true)));
 
     // A file where the directory should be.
     writeFile(at("plain"), "x");
@@ -474,9 +380,6 @@ TEST_F(FsTest, UniqueNames)
         caught([&] { SFileSys::getUniqueFilename(at("plain"), W("p"), W("x"), true); });
     EXPECT_EQ(SFileSysException::uniqueNameFailed, e.getErrorCode());
     EXPECT_EQ(SFileSysException::reasonInvalidArgument, e.getErrorReason());
-    EXPECT_EQ(at("plain"), e.getFile());
-    EXPECT_EQ(W("getUniqueFilenameHelper"), e.getOperation());
-    EXPECT_EQ(W("Not a directory"), e.reason());
 
     // Threads of one process never build the same name.
     std::vector<std::vector<SWCharString>> names(4);
@@ -503,8 +406,6 @@ TEST_F(FsTest, CopyFilesAndTrees)
     writeFile(at("src.bin"), data);
     SFileSysException e = caught([&] { SFileSys::copyFile(at("missing"), at("t"), true); });
     EXPECT_EQ(SFileSysException::fileNotFound, e.getErrorCode());
-    EXPECT_EQ(SFileSysException::reasonNotFound, e.getErrorReason());
-    EXPECT_EQ(W("File not found"), e.toString());
     EXPECT_EQ(W("File not found, copyFile"), e.summary());
 
     SFileSys::copyFile(at("src.bin"), at("new/dirs/dst.bin"), false);
@@ -515,9 +416,6 @@ TEST_F(FsTest, CopyFilesAndTrees)
     writeFile(at("old.bin"), "old");
     e = caught([&] { SFileSys::copyFile(at("src.bin"), at("old.bin"), false); });
     EXPECT_EQ(SFileSysException::copyFailed, e.getErrorCode());
-    EXPECT_EQ(at("src.bin"), e.getFile());
-    EXPECT_EQ(at("old.bin"), e.getSecondFile());
-    EXPECT_EQ(W("copyFile"), e.getOperation());
     EXPECT_EQ("old", readFile(at("old.bin")));
     SFileSys::copyFile(at("src.bin"), at("old.bin"), true);
     EXPECT_EQ(data, readFile(at("old.bin")));
@@ -550,9 +448,6 @@ TEST_F(FsTest, CopyFilesAndTrees)
     EXPECT_EQ("o", readFile(at("tree/moved.bin")));
     e = caught([&] { SFileSys::renameFile(at("missing"), at("x")); });
     EXPECT_EQ(SFileSysException::renameFailed, e.getErrorCode());
-    EXPECT_EQ(at("missing"), e.getFile());
-    EXPECT_EQ(at("x"), e.getSecondFile());
-    EXPECT_EQ(W("renameFile"), e.getOperation());
     g_lastAssert = nullptr;
     SAssertObserver previous = SetAssertObserver(recordAssert);
     SFileSys::renameFile(at("tree2"), at("tree3"));
@@ -576,19 +471,14 @@ TEST_F(FsTest, RemovalSizesCountsAndListings)
     EXPECT_EQ(5u, SFileSys::countFiles(at("r")));
     EXPECT_EQ(7u, SFileSys::countAll(at("r")));
     EXPECT_EQ(31u, SFileSys::rsize(at("r")));
-    EXPECT_EQ(31, SFileSys::rsizeEx(at("r")));
-    EXPECT_EQ(4u, SFileSys::size(at("r/a.log")));
     EXPECT_EQ(16, SFileSys::sizeEx(at("r/sub/deep/e")));
 
     SIArray<FileProp> props;
     SFileSys::listing(at("r"), W("*.log"), props);
     ASSERT_EQ(2u, props.size());
     std::set<std::string> names;
-    for (const FileProp& p : props) {
+    for (const FileProp& p : props)
         names.insert(U(p.getName()));
-        EXPECT_FALSE(p.isDirectory());
-        EXPECT_TRUE(p.getLastModified().isValid());
-    }
     EXPECT_EQ((std::set<std::string>{"a.log", "b.log"}), names);
     SFileSys::listing(at("r"), W("*.*"), props);
     EXPECT_EQ(4u, props.size());
@@ -599,9 +489,6 @@ TEST_F(FsTest, RemovalSizesCountsAndListings)
     EXPECT_FALSE(SFileSys::exists(at("r/a.log")));
     EXPECT_TRUE(SFileSys::exists(at("r/c.txt")));
     EXPECT_TRUE(SFileSys::exists(at("r/sub/d.log")));   // not recursive
-    int64_t removedEx = -1;
-    SFileSys::removeContentEx(at("r"), W("nothing*"), removedEx);
-    EXPECT_EQ(0, removedEx);
 
     // rremoveContent empties (read-only entries included) and keeps the directory.
     SFileSys::rremoveContent(at("r/sub"));
@@ -619,12 +506,8 @@ TEST_F(FsTest, RemovalSizesCountsAndListings)
         EXPECT_EQ(SFileSysException::reasonNotFound, e.getErrorReason());
         EXPECT_EQ(at("r"), e.getFile());
     }
-    SFileSysException e = caught([&] { SFileSys::remove(at("r")); });
-    EXPECT_EQ(SFileSysException::fileDoesNotExist, e.getErrorCode());
-    EXPECT_EQ(W("remove"), e.getOperation());
-    e = caught([&] { SFileSys::size(at("r")); });
+    SFileSysException e = caught([&] { SFileSys::size(at("r")); });
     EXPECT_EQ(SFileSysException::sizeFailed, e.getErrorCode());
-    EXPECT_EQ(W("size"), e.getOperation());
 
     // The 32-bit forms stop at 4 GBytes; the 64-bit forms go on (a sparse file).
     SFileSys::makeDirectory(at("big"));
@@ -634,13 +517,16 @@ TEST_F(FsTest, RemovalSizesCountsAndListings)
     fs::resize_file(P(at("big/huge")), 5000000000ULL);
     EXPECT_EQ(5000000000LL, SFileSys::sizeEx(at("big/huge")));
     EXPECT_EQ(5000000000LL, SFileSys::rsizeEx(at("big")));
-    e = caught([&] { SFileSys::size(at("big/huge")); });
-    EXPECT_EQ(SFileSysException::sizeFailed, e.getErrorCode());
-    EXPECT_EQ(W("Size of file exceeds 4 GBytes."), e.reason());
-    e = caught([&] { SFileSys::rsize(at("big")); });
-    EXPECT_EQ(SFileSysException::sizeFailed, e.getErrorCode());
-    EXPECT_EQ(W("Size of file exceeds 4 GBytes."), e.reason());
-    EXPECT_EQ(W("rsize"), e.getOperation());
+    for (int whole = 0; whole < 2; ++whole) {
+        e = caught([&] {
+            if (whole)
+                SFileSys::rsize(at("big"));
+            else
+                SFileSys::size(at("big/huge"));
+        });
+        EXPECT_EQ(SFileSysException::sizeFailed, e.getErrorCode());
+        EXPECT_EQ(W("Size of file exceeds 4 GBytes."), e.reason());
+    }
 }
 
 namespace {
@@ -747,21 +633,16 @@ TEST_F(FsTest, TimesSpaceAndPermissions)
     SFileSys::makeDirectory(at("d"));
     SFileSysException e = caught([&] { SFileSys::setLastModifiedTime(at("d"), when); });
     EXPECT_EQ(SFileSysException::setAttributesFailed, e.getErrorCode());
-    EXPECT_EQ(W("Not implemented for directories"), e.reason());
     e = caught([&] { SFileSys::getLastModifiedTime(at("missing")); });
     EXPECT_EQ(SFileSysException::getStatusFailed, e.getErrorCode());
-    EXPECT_EQ(W("getLastModifiedTime"), e.getOperation());
 
     int64_t avail = -1, total = -1, freeBytes = -1;
     SFileSys::diskUsageInfo(m_dir, avail, total, freeBytes);
     EXPECT_GT(total, 0);
     EXPECT_GE(freeBytes, avail);
     EXPECT_LE(freeBytes, total);
-    SFileSys::diskUsageInfo(at("f"), avail, total, freeBytes);
-    EXPECT_GT(total, 0);
     e = caught([&] { SFileSys::diskUsageInfo(at("missing/x"), avail, total, freeBytes); });
     EXPECT_EQ(SFileSysException::diskStatisticsFailed, e.getErrorCode());
-    EXPECT_EQ(W("diskUsageInfo"), e.getOperation());
 
     fs::permissions(P(at("f")), fs::perms::owner_read, fs::perm_options::replace);
     EXPECT_FALSE(SFileSys::HasOwnerWritePermission(at("f")));
@@ -782,16 +663,11 @@ TEST_F(FsTest, TimesSpaceAndPermissions)
     }
     e = caught([&] { SFileSys::HasOwnerWritePermission(at("d")); });
     EXPECT_EQ(SFileSysException::getStatusFailed, e.getErrorCode());
-    EXPECT_EQ(W("HasOwnerPermission is not implemented for directories"), e.reason());
-    EXPECT_EQ(W("HasOwnerPermissionHelper"), e.getOperation());
     e = caught([&] { SFileSys::giveAccess(at("missing"), 0x80); });
     EXPECT_EQ(SFileSysException::fileDoesNotExist, e.getErrorCode());
-    EXPECT_EQ(W("giveAccessHelper"), e.getOperation());
 
     e = caught([&] { SFileSys::setFileOwner(at("f"), W("no-such-user-vardo")); });
     EXPECT_EQ(SFileSysException::changeOwnerFailed, e.getErrorCode());
-    EXPECT_EQ(W("setFileOwner"), e.getOperation());
-    EXPECT_EQ(at("f"), e.getFile());
 }
 
 // ---- faults ---------------------------------------------------------------------------------------
@@ -806,8 +682,6 @@ TEST_F(FsTest, AFullDiskLeavesNoPartialCopy)
     SFileSysException e = caught([&] { SFileSys::copyFile(at("src"), at("dst"), false); });
     EXPECT_EQ(SFileSysException::copyFailed, e.getErrorCode());
     EXPECT_EQ(SFileSysException::reasonDiskFull, e.getErrorReason());
-    EXPECT_EQ(at("src"), e.getFile());
-    EXPECT_EQ(at("dst"), e.getSecondFile());
     EXPECT_FALSE(SFileSys::exists(at("dst")));
     EXPECT_EQ(1u, SFileSys::countAll(m_dir));
 
@@ -930,12 +804,9 @@ TEST_F(FsTest, FileSearchMatchesWildcards)
     EXPECT_FALSE(SSFileSearch::Matches(W("log_xn_system.sox"), W("log_xn_*.so")));
     EXPECT_TRUE(SSFileSearch::Matches(W("noext"), W("*.*")));
     EXPECT_TRUE(SSFileSearch::Matches(W("log"), W("log.*")));
-    EXPECT_TRUE(SSFileSearch::Matches(W("a.b.c"), W("a.*.c")));
-    EXPECT_TRUE(SSFileSearch::Matches(W("abc"), W("a?c")));
     EXPECT_FALSE(SSFileSearch::Matches(W("ac"), W("a?c")));
     EXPECT_TRUE(SSFileSearch::Matches(W("ABC.TXT"), W("*.txt"), true));
     EXPECT_FALSE(SSFileSearch::Matches(W("ABC.TXT"), W("*.txt"), false));
-    EXPECT_TRUE(SSFileSearch::Matches(W(""), W("*")));
     EXPECT_FALSE(SSFileSearch::Matches(W("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab"), W("*a*a*a*a*a*a*a*a*c")));
 
     writeFile(at("log_xn_one.so"), "1");
@@ -947,17 +818,10 @@ TEST_F(FsTest, FileSearchMatchesWildcards)
     while (search.next()) {
         found.insert(U(search.getName()));
         EXPECT_EQ(at(U(search.getName())), search.getPath());
-        if (search.getName() == W("log_xn_two.so")) {
-            EXPECT_EQ(2, search.getSize());
-            EXPECT_TRUE(search.isFile());
-        }
-        if (search.getName() == W("log_xn_dir.so")) {
-            EXPECT_TRUE(search.isDirectory());
-        }
+        EXPECT_EQ(search.getName() == W("log_xn_dir.so"), search.isDirectory());
     }
     EXPECT_FALSE(search.failed());
     EXPECT_EQ((std::set<std::string>{"log_xn_dir.so", "log_xn_one.so", "log_xn_two.so"}), found);
-    EXPECT_FALSE(search.next());
 
     int all = 0;
     SSFileSearch every(m_dir);
@@ -968,5 +832,4 @@ TEST_F(FsTest, FileSearchMatchesWildcards)
     SSFileSearch missing(at("missing"));
     EXPECT_FALSE(missing.next());
     EXPECT_TRUE(missing.failed());
-    EXPECT_FALSE(missing.getErrorText().isEmpty());
 }
