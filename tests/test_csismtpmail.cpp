@@ -7,6 +7,8 @@
 
 #include "smtp_server_process.h"
 #include "socket_peer.h"
+#include "t2io_files.h"
+#include "text.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
@@ -26,29 +28,14 @@
 
 using namespace Vardo400;
 using vardo_test::nowMs;
+using vardo_test::TempDir;
+using vardo_test::U;
+using vardo_test::W;
 using vardo_test::PeerConn;
 using vardo_test::ScriptedPeer;
 namespace fs = std::filesystem;
 
 namespace {
-
-SWCharString U(const std::string& utf8)
-{
-    SWCharString r;
-    if (!utf8.empty())
-        r.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()), (unsigned int)utf8.size());
-    return r;
-}
-
-std::string toUtf8(const SWCharString& s)
-{
-    std::string r(s.getNBytesForUTF8() + 1, '\0');
-    unsigned int n = s.toUTF8(reinterpret_cast<unsigned char*>(&r[0]), (unsigned int)r.size());
-    r.resize(n == 0xFFFFFFFFu ? 0 : n);
-    while (!r.empty() && r.back() == 0)
-        r.pop_back();
-    return r;
-}
 
 // The text as it should arrive: every line break CR LF.
 std::string crlf(const std::string& s)
@@ -66,34 +53,12 @@ std::string crlf(const std::string& s)
     return r;
 }
 
-// A fresh folder below the system's temporary folder, removed at the end.
-struct TempDir {
-    fs::path path;
-    TempDir()
-    {
-        std::random_device rd;
-        path = fs::temp_directory_path() / ("vardo_smtp_" + std::to_string(rd()) + std::to_string(rd()));
-        fs::create_directories(path);
-    }
-    ~TempDir()
-    {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-    std::string file(const std::string& name, const std::string& bytes) const
-    {
-        fs::path p = path / name;
-        std::ofstream(p, std::ios::binary).write(bytes.data(), (std::streamsize)bytes.size());
-        return p.string();
-    }
-};
-
 // The temporary message files of this process still lying around.
 int ownTempFiles()
 {
     char prefix[32];
     std::snprintf(prefix, sizeof prefix, "tmp%x", (unsigned)CSIProcess::GetCurrentProcessId());
-    std::string dir = toUtf8(SFileSys::getTempDirname());
+    std::string dir = U(SFileSys::getTempDirname());
     int n = 0;
     std::error_code ec;
     for (const auto& e : fs::directory_iterator(dir, ec)) {
@@ -119,7 +84,7 @@ class RealServer : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        s_store = new TempDir();
+        s_store = new TempDir("vardo_smtp_");
         s_server = new vardo_test::SmtpServerProcess();
         if (!s_server->start(s_store->path.string(), "alice", "s3cret pass", s_error)) {
             delete s_server;
@@ -181,14 +146,14 @@ TEST_F(RealServer, DeliversHeadersTextAndEveryAttachmentByteForByte)
     };
     const std::string text = ".leading dot\nplain line\r\n..two dots\r.\r\nlast line without end";
 
-    CSISMTPMail mail(U("sender@example.test"), U("127.0.0.1"), s_server->port(), U("The Sender"));
-    mail.AddToAddress(U("one@example.test"), U("First, Person"));
-    mail.AddToAddress(U("two@example.test"), U(""));
-    mail.AddCCAddress(U("three@example.test"), U("Drei Ünlaut"));
-    mail.SetSubject(U("Monthly report"));
-    mail.SetMessage(U(text));
+    CSISMTPMail mail(W("sender@example.test"), W("127.0.0.1"), s_server->port(), W("The Sender"));
+    mail.AddToAddress(W("one@example.test"), W("First, Person"));
+    mail.AddToAddress(W("two@example.test"), W(""));
+    mail.AddCCAddress(W("three@example.test"), W("Drei Ünlaut"));
+    mail.SetSubject(W("Monthly report"));
+    mail.SetMessage(W(text));
     for (const Att& a : atts)
-        mail.AddAttachment(U(files.file("f" + std::to_string(&a - &atts[0]), a.bytes)), U(a.name), U(a.type));
+        mail.AddAttachment(W(files.write("f" + std::to_string(&a - &atts[0]), a.bytes)), W(a.name), W(a.type));
 
     vardo_test::StoredMail m = sendAndFetch(mail);
     EXPECT_EQ(0, m.defects);
@@ -241,10 +206,10 @@ TEST_F(RealServer, SubjectsInUtf8AndLineBreaksNeverMakeHeaders)
         "",
     };
     for (size_t i = 0; i < subjects.size(); ++i) {
-        CSISMTPMail mail(U("s@example.test"), U("127.0.0.1"), s_server->port(), U(""));
-        mail.AddToAddress(U("r@example.test"), U(""));
-        mail.SetSubject(U(subjects[i]));
-        mail.SetMessage(U("body"));
+        CSISMTPMail mail(W("s@example.test"), W("127.0.0.1"), s_server->port(), W(""));
+        mail.AddToAddress(W("r@example.test"), W(""));
+        mail.SetSubject(W(subjects[i]));
+        mail.SetMessage(W("body"));
         vardo_test::StoredMail m = sendAndFetch(mail, i == 1);
         // Python unfolds a header: a line break inside the decoded text stays a line break.
         EXPECT_EQ(subjects[i], m.headers["subject"]) << i;
@@ -261,20 +226,20 @@ TEST_F(RealServer, SubjectsInUtf8AndLineBreaksNeverMakeHeaders)
 TEST_F(RealServer, AuthenticatesWithLoginAndPlainAndRefusesAWrongPassword)
 {
     for (CSISMTPMail::Authentication type : {CSISMTPMail::authLogin, CSISMTPMail::authPlain, CSISMTPMail::authNone}) {
-        CSISMTPMail mail(U("auth@example.test"), U("127.0.0.1"), s_server->port(), U(""));
-        mail.AddToAddress(U("r@example.test"), U(""));
-        mail.SetSubject(U("authenticated"));
-        mail.SetUsername(U("alice"));
-        mail.SetPassword(U("s3cret pass"));
+        CSISMTPMail mail(W("auth@example.test"), W("127.0.0.1"), s_server->port(), W(""));
+        mail.AddToAddress(W("r@example.test"), W(""));
+        mail.SetSubject(W("authenticated"));
+        mail.SetUsername(W("alice"));
+        mail.SetPassword(W("s3cret pass"));
         mail.SetAuthenticationType(type);
         vardo_test::StoredMail m = sendAndFetch(mail);
         EXPECT_EQ("auth@example.test", m.mailFrom);
     }
     for (CSISMTPMail::Authentication type : {CSISMTPMail::authLogin, CSISMTPMail::authPlain}) {
-        CSISMTPMail mail(U("auth@example.test"), U("127.0.0.1"), s_server->port(), U(""));
-        mail.AddToAddress(U("r@example.test"), U(""));
-        mail.SetUsername(U("alice"));
-        mail.SetPassword(U("wrong-Passw0rd"));
+        CSISMTPMail mail(W("auth@example.test"), W("127.0.0.1"), s_server->port(), W(""));
+        mail.AddToAddress(W("r@example.test"), W(""));
+        mail.SetUsername(W("alice"));
+        mail.SetPassword(W("wrong-Passw0rd"));
         mail.SetAuthenticationType(type);
         int before = s_server->count();
         try {
@@ -284,7 +249,7 @@ TEST_F(RealServer, AuthenticatesWithLoginAndPlainAndRefusesAWrongPassword)
             EXPECT_EQ(CSISMTPMailException::serverError, e.getErrorCode());
             EXPECT_EQ(41602, e.getMessageNumber());
             EXPECT_EQ(535, e.getReplyCode());
-            std::string all = toUtf8(e.toString()) + toUtf8(e.summary()) + toUtf8(e.getText());
+            std::string all = U(e.toString()) + U(e.summary()) + U(e.getText());
             EXPECT_EQ(std::string::npos, all.find("wrong-Passw0rd")) << all;
             EXPECT_NE(std::string::npos, all.find("41602")) << all;
         }
@@ -314,15 +279,15 @@ TEST_F(RealServer, RandomMessagesRoundTripThroughPython)
     for (; until ? nowMs() < until : rounds < 4; ++rounds) {
         std::string subject = randomText(30);
         std::string text = randomText(200);
-        CSISMTPMail mail(U("r@example.test"), U("127.0.0.1"), s_server->port(), U(""));
-        mail.AddToAddress(U("to@example.test"), U(""));
-        mail.SetSubject(U(subject));
-        mail.SetMessage(U(text));
+        CSISMTPMail mail(W("r@example.test"), W("127.0.0.1"), s_server->port(), W(""));
+        mail.AddToAddress(W("to@example.test"), W(""));
+        mail.SetSubject(W(subject));
+        mail.SetMessage(W(text));
         std::vector<std::string> atts;
         for (int k = (int)(rng() % 4); k > 0; --k) {
             atts.push_back(randomBytes(rng() % 400, rng()));
-            mail.AddAttachment(U(files.file("a" + std::to_string(rounds) + "_" + std::to_string(k), atts.back())),
-                               U(randomText(5)), U(""));
+            mail.AddAttachment(W(files.write("a" + std::to_string(rounds) + "_" + std::to_string(k), atts.back())),
+                               W(randomText(5)), W(""));
         }
         vardo_test::StoredMail m = sendAndFetch(mail, (rng() & 1) != 0);
         EXPECT_EQ(0, m.defects) << "round " << rounds;
@@ -347,16 +312,16 @@ TEST(SmtpInput, UnsafeAddressesAreRefusedBeforeAnythingIsSent)
     const char* bad[] = {"a@b\r\nRCPT To:<x@y>", "a@b\n", "a\rb@c", "nul\x01@x"};
     for (int where = 0; where < 5; ++where) {
         for (const char* b : bad) {
-            CSISMTPMail mail(U(where == 0 ? b : "ok@x"), U("127.0.0.1"), peer.port(), U(where == 4 ? b : ""));
-            mail.AddToAddress(U(where == 1 ? b : "to@x"), U(where == 3 ? b : ""));
-            mail.AddCCAddress(U(where == 2 ? b : "cc@x"), U(""));
+            CSISMTPMail mail(W(where == 0 ? b : "ok@x"), W("127.0.0.1"), peer.port(), W(where == 4 ? b : ""));
+            mail.AddToAddress(W(where == 1 ? b : "to@x"), W(where == 3 ? b : ""));
+            mail.AddCCAddress(W(where == 2 ? b : "cc@x"), W(""));
             try {
                 mail.SendSMTPMessage(false);
                 ADD_FAILURE() << "accepted " << where;
             } catch (const CSISMTPMailException& e) {
                 EXPECT_EQ(CSISMTPMailException::invalidAddress, e.getErrorCode());
                 EXPECT_EQ(41603, e.getMessageNumber());
-                EXPECT_EQ(std::string::npos, toUtf8(e.getText()).find_first_of("\r\n"));
+                EXPECT_EQ(std::string::npos, U(e.getText()).find_first_of("\r\n"));
             }
         }
     }
@@ -369,9 +334,9 @@ TEST(SmtpInput, MissingAttachmentThrowsAndLeavesNoTemporaryFile)
     std::atomic<int> connections{0};
     ScriptedPeer peer([&](PeerConn&) { ++connections; }, false, 1);
     TempDir dir;
-    CSISMTPMail mail(U("from@x"), U("127.0.0.1"), peer.port(), U(""));
-    mail.AddToAddress(U("to@x"), U(""));
-    mail.AddAttachment(U((dir.path / "missing.bin").string()), U(""), U(""));
+    CSISMTPMail mail(W("from@x"), W("127.0.0.1"), peer.port(), W(""));
+    mail.AddToAddress(W("to@x"), W(""));
+    mail.AddAttachment(W((dir.path / "missing.bin").string()), W(""), W(""));
     EXPECT_THROW(mail.SendMessageW(), SFileException);
     EXPECT_THROW(mail.SendSMTPMessage(true), SFileException);
     EXPECT_EQ(0, connections.load());
@@ -457,12 +422,12 @@ std::pair<long, int> sendTo(ScriptedSmtp& smtp, const std::vector<std::string>& 
                             const std::vector<std::string>& cc, CSISMTPMailException::ErrorCodes* code = nullptr)
 {
     ScriptedPeer peer([&](PeerConn& c) { smtp.run(c); });
-    CSISMTPMail mail(U("from@x"), U("127.0.0.1"), peer.port(), U(""));
+    CSISMTPMail mail(W("from@x"), W("127.0.0.1"), peer.port(), W(""));
     for (const std::string& a : to)
-        mail.AddToAddress(U(a), U(""));
+        mail.AddToAddress(W(a), W(""));
     for (const std::string& a : cc)
-        mail.AddCCAddress(U(a), U(""));
-    mail.SetMessage(U("hello"));
+        mail.AddCCAddress(W(a), W(""));
+    mail.SetMessage(W("hello"));
     try {
         mail.SendSMTPMessage(false);
         return {0, 0};
@@ -546,15 +511,15 @@ TEST(SmtpScripted, BrokenServers)
     }
     {
         // Nobody listening: the open is tried twice, then 2.
-        CSISMTPMail mail(U("from@x"), U("127.0.0.1"), vardo_test::refusedPort(), U(""));
-        mail.AddToAddress(U("a@x"), U(""));
+        CSISMTPMail mail(W("from@x"), W("127.0.0.1"), vardo_test::refusedPort(), W(""));
+        mail.AddToAddress(W("a@x"), W(""));
         try {
             mail.SendSMTPMessage(false);
             ADD_FAILURE();
         } catch (const CSISMTPMailException& e) {
             EXPECT_EQ(2, e.getReplyCode());
             EXPECT_EQ(41602, e.getMessageNumber());
-            std::string text = toUtf8(e.toString());
+            std::string text = U(e.toString());
             EXPECT_NE(std::string::npos, text.find("127.0.0.1:")) << text;
         }
     }
@@ -570,8 +535,8 @@ TEST(SmtpScripted, BrokenServers)
             while (!done.load() && nowMs() < end)
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));
         });
-        CSISMTPMail mail(U("from@x"), U("127.0.0.1"), peer.port(), U(""));
-        mail.AddToAddress(U("a@x"), U(""));
+        CSISMTPMail mail(W("from@x"), W("127.0.0.1"), peer.port(), W(""));
+        mail.AddToAddress(W("a@x"), W(""));
         int64_t t0 = nowMs();
         try {
             mail.SendSMTPMessage(false);
@@ -590,11 +555,11 @@ TEST(SmtpScripted, BrokenServers)
 
 TEST(SmtpException, TextsAndCodes)
 {
-    CSISMTPMailException e(CSISMTPMailException::ccError, 550, U("a@x, b@x"), 41603);
-    std::string s = toUtf8(e.toString());
+    CSISMTPMailException e(CSISMTPMailException::ccError, 550, W("a@x, b@x"), 41603);
+    std::string s = U(e.toString());
     EXPECT_NE(std::string::npos, s.find("41603"));
     EXPECT_NE(std::string::npos, s.find("a@x, b@x"));
     EXPECT_NE(std::string::npos, s.find("550"));
-    EXPECT_EQ(U("The mail server refused the recipients of the Cc list."), e.SMTPErrorCodeString());
-    EXPECT_EQ(e.toString() + U(":") + e.SMTPErrorCodeString(), e.summary());
+    EXPECT_EQ(W("The mail server refused the recipients of the Cc list."), e.SMTPErrorCodeString());
+    EXPECT_EQ(e.toString() + W(":") + e.SMTPErrorCodeString(), e.summary());
 }

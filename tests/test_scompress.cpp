@@ -6,6 +6,8 @@
 
 #include "assert_capture.h"
 #include "sfile_test_support.h"
+#include "t2io_files.h"
+#include "text.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
@@ -28,13 +30,7 @@ typedef std::vector<unsigned char> Bytes;
 
 namespace {
 
-SWCharString W(const std::string& utf8)
-{
-    SWCharString s;
-    if (!utf8.empty())
-        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()), static_cast<unsigned int>(utf8.size()));
-    return s;
-}
+using vardo_test::W;
 
 std::string pathU8(const fs::path& p)
 {
@@ -149,22 +145,7 @@ const std::pair<int, int> kFileSettings[] = {{-1, 0}, {0, 3}, {1, 3}, {3, 1}, {9
 
 class SCompressionFiles : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::random_device rd;
-        for (int i = 0; i < 100 && m_dir.empty(); ++i) {
-            fs::path p = fs::temp_directory_path() / ("vardo_zip_" + std::to_string(rd()));
-            if (fs::create_directory(p))
-                m_dir = p;
-        }
-        ASSERT_FALSE(m_dir.empty());
-    }
-    void TearDown() override
-    {
-        std::error_code ec;
-        fs::remove_all(m_dir, ec);
-    }
-    fs::path at(const std::string& name) const { return m_dir / name; }
+    fs::path at(const std::string& name) const { return m_tmp.path / name; }
     SWCharString w(const std::string& name) const { return W(pathU8(at(name))); }
     SAnsiString a(const std::string& name) const { return SAnsiString(pathU8(at(name)).c_str()); }
     std::string q(const std::string& name) const { return "'" + pathU8(at(name)) + "'"; }
@@ -177,7 +158,7 @@ protected:
         return !fs::exists("/usr/bin/python3") || !fs::exists("/bin/gzip");
     }
 
-    fs::path m_dir;
+    vardo_test::TempDir m_tmp{"vardo_zip_"};
 };
 
 #define SKIP_WITHOUT_OUTSIDE_TOOLS()                                                                   \
