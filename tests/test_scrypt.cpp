@@ -10,6 +10,7 @@
 #include "assert_capture.h"
 #include "child_process.h"
 #include "sfile_test_support.h"
+#include "t2io_files.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
@@ -268,22 +269,14 @@ TEST_F(SCryptTest, ConversionsAndAssertions)
     unsigned short buf[8];
     unsigned int n = 0;
     ASSERT_TRUE(SCrypt::toText(bs, buf, 8, n));
+    vardo_test::AssertCapture capture;
+    EXPECT_FALSE(SCrypt::toText(bs, buf, 7, n));
     EXPECT_EQ(8u, n);
-    {
-        vardo_test::AssertCapture capture;
-        EXPECT_FALSE(SCrypt::toText(bs, buf, 7, n));
-        EXPECT_EQ(8u, n);
-        ASSERT_EQ(1u, capture.seen().size());
-        EXPECT_EQ("cCharText <= cCharTextMax", capture.seen()[0]);
-    }
-    {
-        // The provider is loaded once; a second load asserts.
-        vardo_test::AssertCapture capture;
-        SCrypt again;
-        EXPECT_TRUE(again.LoadCryptoC());
-        ASSERT_EQ(1u, capture.seen().size());
-        EXPECT_EQ("m_bCryptoCLibInitialized == false", capture.seen()[0]);
-    }
+    // The provider is loaded once; a second load asserts.
+    SCrypt again;
+    EXPECT_TRUE(again.LoadCryptoC());
+    EXPECT_EQ(std::vector<std::string>({"cCharText <= cCharTextMax", "m_bCryptoCLibInitialized == false"}),
+              capture.seen());
 
     EXPECT_EQ(0u, SCrypt::getEncryptedLength(0xFFFFFFF0u));
 }
@@ -336,29 +329,13 @@ protected:
     {
         if (vardo_test::onWindows())
             GTEST_SKIP() << "needs the Linux openssl command-line tool; not run under Wine";
-        m_dir = fs::temp_directory_path() / ("vardo_scrypt_" + std::to_string(std::random_device()()));
-        fs::create_directories(m_dir);
         if (run("openssl version") != 0)
             GTEST_SKIP() << "the openssl command-line tool is not installed";
     }
-    void TearDown() override
-    {
-        std::error_code ec;
-        if (!m_dir.empty())
-            fs::remove_all(m_dir, ec);
-    }
     int run(const std::string& cmd) { return std::system((cmd + " >" + path("tool.log") + " 2>&1").c_str()); }
-    std::string path(const char* name) const { return (m_dir / name).string(); }
-    void write(const char* name, const Bytes& b)
-    {
-        std::ofstream f(path(name), std::ios::binary);
-        f.write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
-    }
-    Bytes read(const char* name)
-    {
-        std::ifstream f(path(name), std::ios::binary);
-        return Bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-    }
+    std::string path(const char* name) const { return m_tmp.str(name); }
+    void write(const char* name, const Bytes& b) { m_tmp.write(name, b); }
+    Bytes read(const char* name) { return m_tmp.read<Bytes>(name); }
     // SHA-1 by the tool, of the salt followed by the plaintext.
     Bytes toolDigest(const unsigned char* salt, const Bytes& plain)
     {
@@ -415,7 +392,7 @@ protected:
         }
     }
 
-    fs::path m_dir;
+    vardo_test::TempDir m_tmp{"vardo_scrypt_"};
 };
 
 TEST_F(OpensslTool, ToolDecryptsOurBuffers)
