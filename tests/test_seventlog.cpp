@@ -45,14 +45,6 @@ std::string pathU8(const fs::path& p)
     return std::string(s.begin(), s.end());
 }
 
-std::string readAll(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 std::vector<std::string> lines(const std::string& text)
 {
     std::vector<std::string> out;
@@ -104,7 +96,7 @@ TEST_F(SEventLogTest, DiskLinesCarryTimeTypeCategoryEventAndMessage)
     EXPECT_TRUE(log.reportEvent(SEventLog::auditFailure, W("y"), 0));
     EXPECT_TRUE(log.closeSource());
 
-    std::vector<std::string> got = lines(readAll(m_dir / "app.log"));
+    std::vector<std::string> got = lines(m_tmp.read("app.log"));
     ASSERT_EQ(5u, got.size());
     std::regex stamp(kLinePattern);
     for (const std::string& l : got)
@@ -119,12 +111,12 @@ TEST_F(SEventLogTest, DiskLinesCarryTimeTypeCategoryEventAndMessage)
     DiskEventLog again(file("app.log"));
     EXPECT_TRUE(again.writeStrToLog(W("appended")));   // opens the file on first use
     again.closeLogFile();
-    EXPECT_EQ(6u, lines(readAll(m_dir / "app.log")).size());
+    EXPECT_EQ(6u, lines(m_tmp.read("app.log")).size());
     // Reset starts the file anew.
     ASSERT_TRUE(again.openLogFile(true));
     EXPECT_TRUE(again.writeStrToLog(W("fresh")));
     again.closeLogFile();
-    got = lines(readAll(m_dir / "app.log"));
+    got = lines(m_tmp.read("app.log"));
     ASSERT_EQ(1u, got.size());
     EXPECT_NE(std::string::npos, got[0].find("      fresh"));
 }
@@ -141,7 +133,7 @@ TEST_F(SEventLogTest, UnknownTypeAssertsAndStillLogs)
               "(wType == EVENTLOG_AUDIT_SUCCESS) || (wType == EVENTLOG_AUDIT_FAILURE)",
               capture.seen()[0]);
     log.closeLogFile();
-    std::vector<std::string> got = lines(readAll(m_dir / "t.log"));
+    std::vector<std::string> got = lines(m_tmp.read("t.log"));
     ASSERT_EQ(2u, got.size());
     EXPECT_NE(std::string::npos, got[0].find("Type 3    Category 0, Event 0      odd"));
 }
@@ -182,7 +174,7 @@ TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGap)
     for (const char* n : {"ev_3.log", "ev_2.log", "ev_1.log", "ev.log"}) {
         ASSERT_TRUE(fs::exists(m_dir / n)) << n;
         EXPECT_LE(fs::file_size(m_dir / n), 200u) << n;
-        for (const std::string& l : lines(readAll(m_dir / n)))
+        for (const std::string& l : lines(m_tmp.read(n)))
             all.push_back(l.substr(l.rfind(' ') + 1));
     }
     // Oldest first across the copies, nothing lost or doubled.
@@ -190,7 +182,7 @@ TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGap)
     for (int i = 0; i < 7; ++i)
         EXPECT_EQ("msg" + std::to_string(i), all[static_cast<size_t>(i)]);
     // The copy that stood beyond the gap moved up once the shift reached it.
-    EXPECT_EQ("older\n", readAll(m_dir / "ev_4.log"));
+    EXPECT_EQ("older\n", m_tmp.read("ev_4.log"));
     EXPECT_FALSE(fs::exists(m_dir / "ev_5.log"));
 }
 
@@ -202,17 +194,17 @@ TEST_F(SEventLogTest, RotationDropsTheCopyAtTheLimitAndZeroNeverRotates)
     DiskEventLog log(file("full.log"), 200);
     ASSERT_TRUE(log.writeStrToLog(W("after")));
     log.closeLogFile();
-    EXPECT_EQ(std::string(300, 'x') + "\n", readAll(m_dir / "full_1.log"));
-    EXPECT_EQ("1\n", readAll(m_dir / "full_2.log"));
-    EXPECT_EQ("998\n", readAll(m_dir / "full_999.log"));   // the old 999 is gone
+    EXPECT_EQ(std::string(300, 'x') + "\n", m_tmp.read("full_1.log"));
+    EXPECT_EQ("1\n", m_tmp.read("full_2.log"));
+    EXPECT_EQ("998\n", m_tmp.read("full_999.log"));   // the old 999 is gone
     EXPECT_FALSE(fs::exists(m_dir / "full_1000.log"));
-    EXPECT_EQ(1u, lines(readAll(m_dir / "full.log")).size());
+    EXPECT_EQ(1u, lines(m_tmp.read("full.log")).size());
 
     DiskEventLog unbounded(file("big.log"), 0);
     for (int i = 0; i < 20; ++i)
         ASSERT_TRUE(unbounded.writeStrToLog(W("line")));
     unbounded.closeLogFile();
-    EXPECT_EQ(20u, lines(readAll(m_dir / "big.log")).size());
+    EXPECT_EQ(20u, lines(m_tmp.read("big.log")).size());
     EXPECT_FALSE(fs::exists(m_dir / "big_1.log"));
 }
 
