@@ -6,6 +6,8 @@
 
 #include "assert_capture.h"
 #include "sfile_test_support.h"
+#include "t2io_files.h"
+#include "text.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
@@ -28,19 +30,7 @@ typedef std::vector<unsigned char> Bytes;
 
 namespace {
 
-SWCharString W(const std::string& utf8)
-{
-    SWCharString s;
-    if (!utf8.empty())
-        s.fromUTF8(reinterpret_cast<const unsigned char*>(utf8.data()), static_cast<unsigned int>(utf8.size()));
-    return s;
-}
-
-std::string pathU8(const fs::path& p)
-{
-    auto s = p.u8string();
-    return std::string(s.begin(), s.end());
-}
+using vardo_test::W;
 
 // Text-like bytes (words from a small vocabulary, about 3:1 under deflate) with every
 // eighth block of 4 KiB random, so both matching and literal coding are exercised; or,
@@ -121,21 +111,6 @@ Bytes reference(const Bytes& in, int level, int memLevel)
     return out;
 }
 
-void writeFile(const fs::path& p, const Bytes& data)
-{
-    std::ofstream out(p, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-}
-
-Bytes readFile(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary | std::ios::ate);
-    Bytes out(in ? static_cast<size_t>(in.tellg()) : 0);
-    in.seekg(0);
-    in.read(reinterpret_cast<char*>(out.data()), static_cast<std::streamsize>(out.size()));
-    return out;
-}
-
 // Runs a shell command line (Linux only); its exit status.
 int run(const std::string& command)
 {
@@ -144,42 +119,27 @@ int run(const std::string& command)
     return rc == -1 || (rc & 0x7F) ? 128 : (rc >> 8) & 0xFF;
 }
 
-bool haveTool(const char* path)
-{
-    return fs::exists(path);
-}
+// (level, strategy) pairs for compress_file: every edge of both ranges and each strategy.
+const std::pair<int, int> kFileSettings[] = {{-1, 0}, {0, 3}, {1, 3}, {3, 1}, {9, 2}, {9, 3}, {9, 4}};
 
 class SCompressionFiles : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::random_device rd;
-        for (int i = 0; i < 100 && m_dir.empty(); ++i) {
-            fs::path p = fs::temp_directory_path() / ("vardo_zip_" + std::to_string(rd()));
-            if (fs::create_directory(p))
-                m_dir = p;
-        }
-        ASSERT_FALSE(m_dir.empty());
-    }
-    void TearDown() override
-    {
-        std::error_code ec;
-        fs::remove_all(m_dir, ec);
-    }
-    fs::path at(const std::string& name) const { return m_dir / name; }
-    SWCharString w(const std::string& name) const { return W(pathU8(at(name))); }
-    SAnsiString a(const std::string& name) const { return SAnsiString(pathU8(at(name)).c_str()); }
-    std::string q(const std::string& name) const { return "'" + pathU8(at(name)) + "'"; }
+    fs::path at(const std::string& name) const { return m_tmp.path / name; }
+    void writeFile(const std::string& name, const Bytes& data) const { m_tmp.write(name, data); }
+    Bytes readFile(const std::string& name) const { return m_tmp.read<Bytes>(name); }
+    SWCharString w(const std::string& name) const { return W(m_tmp.str(name)); }
+    SAnsiString a(const std::string& name) const { return SAnsiString(m_tmp.str(name).c_str()); }
+    std::string q(const std::string& name) const { return "'" + m_tmp.str(name) + "'"; }
     // Interop with Linux programs runs natively only: a Windows build under Wine has no
     // way to start them.
     bool skipOutsideTools()
     {
         if (vardo_test::onWindows())
             return true;
-        return !haveTool("/usr/bin/python3") || !haveTool("/bin/gzip");
+        return !fs::exists("/usr/bin/python3") || !fs::exists("/bin/gzip");
     }
 
-    fs::path m_dir;
+    vardo_test::TempDir m_tmp{"vardo_zip_"};
 };
 
 #define SKIP_WITHOUT_OUTSIDE_TOOLS()                                                                   \
@@ -192,23 +152,8 @@ protected:
 
 } // namespace
 
-TEST(SCompression, ConstantsAndCodes)
+TEST(SCompression, Crc32AndAllocation)
 {
-    EXPECT_EQ(0, SCompression::SC_NO_COMPRESSION);
-    EXPECT_EQ(1, SCompression::SC_BEST_SPEED);
-    EXPECT_EQ(9, SCompression::SC_BEST_COMPRESSION);
-    EXPECT_EQ(3, SCompression::SC_DEFAULT_COMPRESSION);
-    EXPECT_EQ(0, SCompression::SC_DEFAULT_STRATEGY);
-    EXPECT_EQ(1, SCompression::SC_FILTERED);
-    EXPECT_EQ(2, SCompression::SC_HUFFMAN_ONLY);
-    EXPECT_EQ(8, SCompression::SC_DEFAULTZL_MEMORY_LEVEL);
-    EXPECT_EQ(4, SCompression::SC_EFFICIENT_MEMORY_LEVEL);
-    EXPECT_EQ(0, SCompression::success);
-    EXPECT_EQ(-1, SCompression::bufferTooSmall);
-    EXPECT_EQ(-2, SCompression::outOfMemory);
-    EXPECT_EQ(-3, SCompression::zlibError);
-    EXPECT_EQ(-4, SCompression::invalidArguments);
-
     const unsigned char digits[] = "123456789";
     EXPECT_EQ(0xCBF43926ul, SCompression::crc32(0, digits, 9));
     unsigned long crc = SCompression::crc32(0, digits, 4);
@@ -219,7 +164,6 @@ TEST(SCompression, ConstantsAndCodes)
     EXPECT_NE(nullptr, p);
     SCompression::free_buffer(p);
     EXPECT_EQ(nullptr, p);
-    SCompression::free_buffer(p);   // null is left alone
     EXPECT_EQ(nullptr, SCompression::alloc_buffer(-1));
 }
 
@@ -234,14 +178,12 @@ TEST(SCompression, BufferFormatAndRoundTrips)
     ASSERT_EQ(SCompression::success, unpack(packed, back));
     EXPECT_EQ(in, back);
 
-    // Every level, zlib's default marker, one byte, incompressible data.
-    for (int level = -1; level <= 9; ++level) {
-        for (const Bytes& data : {sample(70000, level + 2), randomBytes(70000), Bytes(1, 'x')}) {
-            ASSERT_EQ(SCompression::success, pack(data, packed, level)) << level;
-            EXPECT_EQ(packed, reference(data, level, 8)) << level;
-            ASSERT_EQ(SCompression::success, unpack(packed, back)) << level;
-            EXPECT_EQ(data, back) << level;
-        }
+    // zlib's default marker, one byte (levels 0, 1, 3 and 9 are compared with zlib below).
+    for (const Bytes& data : {Bytes(1, 'x'), randomBytes(70000)}) {
+        ASSERT_EQ(SCompression::success, pack(data, packed, -1));
+        EXPECT_EQ(packed, reference(data, -1, 8));
+        ASSERT_EQ(SCompression::success, unpack(packed, back));
+        EXPECT_EQ(data, back);
     }
 
     // Simple buffers and ASCII strings; the target's old content is replaced.
@@ -297,7 +239,7 @@ TEST(SCompression, SecondIntegerIsTheMemoryLevel)
 {
     const Bytes text = sample(300000, 3), noise = randomBytes(100000);
     Bytes packed, back;
-    for (int memLevel = 1; memLevel <= 9; ++memLevel) {
+    for (int memLevel : {1, 2, 5, 9}) {
         for (int level : {0, 1, 3, 9}) {
             for (const Bytes* data : {&text, &noise}) {
                 ASSERT_EQ(SCompression::success, pack(*data, packed, level, memLevel)) << level << "/" << memLevel;
@@ -307,12 +249,6 @@ TEST(SCompression, SecondIntegerIsTheMemoryLevel)
             }
         }
     }
-    // A smaller memory level gives different output: the argument is not ignored.
-    Bytes m8, m1;
-    ASSERT_EQ(SCompression::success, pack(text, m8, 6, 8));
-    ASSERT_EQ(SCompression::success, pack(text, m1, 6, 1));
-    EXPECT_NE(m8, m1);
-
     // Edges of the memory level and of the level: refused by zlib.
     for (int memLevel : {0, 10, -1, 1000})
         EXPECT_EQ(SCompression::zlibError, pack(text, packed, 3, memLevel)) << memLevel;
@@ -321,23 +257,10 @@ TEST(SCompression, SecondIntegerIsTheMemoryLevel)
     EXPECT_TRUE(packed.empty());
 
     // The strategy constants as the second integer: SC_DEFAULT_STRATEGY (0) is no memory
-    // level; SC_FILTERED (1) and SC_HUFFMAN_ONLY (2) act as memory levels 1 and 2, not as
-    // strategies (a Huffman-only stream would be different and larger).
+    // level; SC_HUFFMAN_ONLY (2) acts as memory level 2, not as a strategy.
     EXPECT_EQ(SCompression::zlibError, pack(text, packed, 3, SCompression::SC_DEFAULT_STRATEGY));
     ASSERT_EQ(SCompression::success, pack(text, packed, 3, SCompression::SC_HUFFMAN_ONLY));
     EXPECT_EQ(reference(text, 3, 2), packed);
-    z_stream s;
-    std::memset(&s, 0, sizeof s);
-    ASSERT_EQ(Z_OK, deflateInit2(&s, 3, Z_DEFLATED, MAX_WBITS, 8, Z_HUFFMAN_ONLY));
-    Bytes huff(deflateBound(&s, text.size()));
-    s.next_in = const_cast<Bytef*>(text.data());
-    s.avail_in = static_cast<uInt>(text.size());
-    s.next_out = huff.data();
-    s.avail_out = static_cast<uInt>(huff.size());
-    ASSERT_EQ(Z_STREAM_END, deflate(&s, Z_FINISH));
-    huff.resize(s.total_out);
-    deflateEnd(&s);
-    EXPECT_NE(Bytes(packed.begin() + 4, packed.end()), huff);
 
     // Memory level 1 on random data needs more than length * 1.001 + 13 (many stored
     // blocks): the output is sized by zlib's bound, so the call still fits.
@@ -407,12 +330,12 @@ TEST_F(SCompressionFiles, PythonZlibInteroperates)
 {
     SKIP_WITHOUT_OUTSIDE_TOOLS();
     const std::string script = std::string("/usr/bin/python3 '") + VARDO_TEST_SOURCE_DIR + "/zlib_interop.py'";
-    const std::vector<size_t> sizes = {0, 1, 1000, 65537, 1u << 20, 64u << 20};
+    const std::vector<size_t> sizes = {0, 1, 65537, 64u << 20};
     std::string frameArgs, checkArgs;
     for (size_t size : sizes) {
         const Bytes data = sample(size, static_cast<uint32_t>(size), size > (1u << 20));
         const std::string in = "in" + std::to_string(size);
-        writeFile(at(in), data);
+        writeFile(in, data);
         for (int level : {0, 1, 3, 9}) {
             const std::string tag = std::to_string(size) + "_" + std::to_string(level);
             frameArgs += " " + std::to_string(level) + " " + q(in) + " " + q("py" + tag);
@@ -420,7 +343,7 @@ TEST_F(SCompressionFiles, PythonZlibInteroperates)
                 continue;   // the library refuses to compress nothing
             Bytes packed;
             ASSERT_EQ(SCompression::success, pack(data, packed, level)) << tag;
-            writeFile(at("lib" + tag), packed);
+            writeFile("lib" + tag, packed);
             checkArgs += " " + q(in) + " " + q("lib" + tag);
         }
     }
@@ -429,17 +352,17 @@ TEST_F(SCompressionFiles, PythonZlibInteroperates)
     // The library reads what Python wrote, and both wrote the very same bytes.
     ASSERT_EQ(0, run(script + " frame" + frameArgs));
     for (size_t size : sizes) {
-        const Bytes data = readFile(at("in" + std::to_string(size)));
+        const Bytes data = readFile("in" + std::to_string(size));
         for (int level : {0, 1, 3, 9}) {
             const std::string tag = std::to_string(size) + "_" + std::to_string(level);
-            const Bytes framed = readFile(at("py" + tag));
+            const Bytes framed = readFile("py" + tag);
             Bytes back;
             ASSERT_EQ(SCompression::success, unpack(framed, back)) << tag;
             EXPECT_TRUE(back == data) << tag;
             // Stored blocks (level 0) follow the compressor's output piece size, so only
             // the compressing levels are equal byte for byte.
             if (size && level > 0) {
-                EXPECT_TRUE(framed == readFile(at("lib" + tag))) << tag;
+                EXPECT_TRUE(framed == readFile("lib" + tag)) << tag;
             }
         }
     }
@@ -448,21 +371,18 @@ TEST_F(SCompressionFiles, PythonZlibInteroperates)
 TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
 {
     const Bytes data = sample(1u << 20, 5);
-    writeFile(at("data"), data);
-    for (int level : {-1, 0, 1, 3, 9}) {
-        for (int strategy : {0, 1, 2, 3, 4}) {
-            const std::string gz = "data" + std::to_string(level) + std::to_string(strategy) + ".gz";
-            ASSERT_EQ(SCompression::success, SCompression::compress_file(w("data"), a(gz), level, strategy))
-                << gz;
-            ASSERT_EQ(SCompression::success, SCompression::decompress_file(a(gz), w("back"))) << gz;
-            EXPECT_TRUE(readFile(at("back")) == data) << gz;
-        }
+    writeFile("data", data);
+    for (auto [level, strategy] : kFileSettings) {
+        const std::string gz = "data" + std::to_string(level) + std::to_string(strategy) + ".gz";
+        ASSERT_EQ(SCompression::success, SCompression::compress_file(w("data"), a(gz), level, strategy)) << gz;
+        ASSERT_EQ(SCompression::success, SCompression::decompress_file(a(gz), w("back"))) << gz;
+        EXPECT_TRUE(readFile("back") == data) << gz;
     }
     const uintmax_t size1 = fs::file_size(at("data13.gz")), size0 = fs::file_size(at("data03.gz"));
     EXPECT_LT(size1, size0) << "level 0 stores";
 
     // An empty file compresses to a valid gzip file of nothing and back.
-    writeFile(at("empty"), Bytes());
+    writeFile("empty", Bytes());
     ASSERT_EQ(SCompression::success, SCompression::compress_file(w("empty"), a("empty.gz")));
     EXPECT_GT(fs::file_size(at("empty.gz")), 0u);
     ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("empty.gz"), w("empty.out")));
@@ -470,18 +390,18 @@ TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
 
     // A UTF-16 name with characters beyond Latin-1, on the library's UTF-16 side.
     const std::string name = "r\xC3\xA9sum\xC3\xA9 \xE2\x82\xAC \xE6\x97\xA5.txt";
-    writeFile(fs::u8path(pathU8(at(name))), data);
+    writeFile(name, data);
     ASSERT_EQ(SCompression::success, SCompression::compress_file(w(name), a("u.gz"), 1));
     ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("u.gz"), w(name + ".back")));
-    EXPECT_TRUE(readFile(fs::u8path(pathU8(at(name + ".back")))) == data);
+    EXPECT_TRUE(readFile(name + ".back") == data);
 
     // Removing the source on request.
-    writeFile(at("gone"), data);
+    writeFile("gone", data);
     ASSERT_EQ(SCompression::success, SCompression::compress_file(w("gone"), a("gone.gz"), 3, 0, true));
     EXPECT_FALSE(fs::exists(at("gone")));
     ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("gone.gz"), w("gone"), true));
     EXPECT_FALSE(fs::exists(at("gone.gz")));
-    EXPECT_TRUE(readFile(at("gone")) == data);
+    EXPECT_TRUE(readFile("gone") == data);
 
     // Arguments: nothing is created.
     EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), 10, 0));
@@ -496,7 +416,7 @@ TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
     // A target naming the source would truncate it before reading.
     EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("data")));
     EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_file(a("data13.gz"), w("data13.gz")));
-    EXPECT_TRUE(readFile(at("data")) == data);
+    EXPECT_TRUE(readFile("data") == data);
 
     // Missing source, unwritable target: -3, nothing left behind, the source kept.
     EXPECT_EQ(SCompression::zlibError, SCompression::compress_file(w("missing"), a("m.gz")));
@@ -514,49 +434,41 @@ TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
 TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
 {
     const Bytes data = sample(1u << 20, 9);
-    writeFile(at("data"), data);
+    writeFile("data", data);
     ASSERT_EQ(SCompression::success, SCompression::compress_file(w("data"), a("good.gz"), 6));
-    const Bytes gz = readFile(at("good.gz"));
+    const Bytes gz = readFile("good.gz");
 
-    struct Case {
-        const char* name;
-        Bytes content;
-    };
     ASSERT_GT(gz.size(), 100u);
-    // Flips one bit of a copy, counted from the end.
-    auto flipFromEnd = [&gz](size_t back) {
+    auto flip = [&gz](size_t at) {
         Bytes copy = gz;
-        copy.at(copy.size() - back) ^= 1;
+        copy.at(at) ^= 1;
         return copy;
     };
-    std::vector<Case> cases;
-    // 1 MiB of output ends exactly where zlib's read buffer fills, the case in which its
-    // reader stops before it notices the missing length field.
-    cases.push_back({"truncated-trailer", Bytes(gz.begin(), gz.end() - 4)});
-    cases.push_back({"truncated-half", Bytes(gz.begin(), gz.begin() + gz.size() / 2)});
-    cases.push_back({"header-only", Bytes(gz.begin(), gz.begin() + 10)});
-    cases.push_back({"bad-crc", flipFromEnd(6)});      // CRC-32 of the trailer
-    cases.push_back({"bad-length", flipFromEnd(1)});   // ISIZE of the trailer
-    Bytes body = gz;
-    body[body.size() / 2] ^= 0x40;
-    cases.push_back({"corrupt-body", body});
-    cases.push_back({"not-gzip", data});
-    cases.push_back({"empty", Bytes()});
-    cases.push_back({"one-byte", Bytes(1, 0x1F)});
     Bytes second = gz;
     second.insert(second.end(), gz.begin(), gz.begin() + gz.size() / 3);
-    cases.push_back({"second-member-truncated", second});
-
-    for (const Case& c : cases) {
-        const std::string src = std::string(c.name) + ".gz", out = std::string(c.name) + ".out";
-        writeFile(at(src), c.content);
-        EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a(src), w(out), true)) << c.name;
-        EXPECT_FALSE(fs::exists(at(out))) << c.name;
-        EXPECT_TRUE(fs::exists(at(src))) << c.name << ": the source is kept on failure";
+    const std::pair<const char*, Bytes> cases[] = {
+        // 1 MiB of output ends exactly where zlib's read buffer fills, the case in which its
+        // reader stops before it notices the missing length field.
+        {"truncated-trailer", Bytes(gz.begin(), gz.end() - 4)},
+        {"truncated-half", Bytes(gz.begin(), gz.begin() + gz.size() / 2)},
+        {"header-only", Bytes(gz.begin(), gz.begin() + 10)},
+        {"bad-crc", flip(gz.size() - 6)},
+        {"bad-length", flip(gz.size() - 1)},
+        {"corrupt-body", flip(gz.size() / 2)},
+        {"not-gzip", data},
+        {"empty", Bytes()},
+        {"second-member-truncated", second},
+    };
+    for (const auto& c : cases) {
+        const std::string src = std::string(c.first) + ".gz", out = std::string(c.first) + ".out";
+        writeFile(src, c.second);
+        EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a(src), w(out), true)) << c.first;
+        EXPECT_FALSE(fs::exists(at(out))) << c.first;
+        EXPECT_TRUE(fs::exists(at(src))) << c.first << ": the source is kept on failure";
     }
 
     // A target that already existed is not left holding a partial copy either.
-    writeFile(at("old.out"), Bytes(100, 'o'));
+    writeFile("old.out", Bytes(100, 'o'));
     EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("truncated-half.gz"), w("old.out")));
     EXPECT_FALSE(fs::exists(at("old.out")));
 
@@ -564,9 +476,9 @@ TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
     Bytes garbage = gz;
     garbage.push_back(0);
     garbage.push_back(0);
-    writeFile(at("garbage.gz"), garbage);
+    writeFile("garbage.gz", garbage);
     EXPECT_EQ(SCompression::success, SCompression::decompress_file(a("garbage.gz"), w("garbage.out")));
-    EXPECT_TRUE(readFile(at("garbage.out")) == data);
+    EXPECT_TRUE(readFile("garbage.out") == data);
 
     // Failing reads and writes of the library's own descriptors: the partial output goes.
     if (vardo_test::faultsAvailable()) {
@@ -596,21 +508,18 @@ TEST_F(SCompressionFiles, GzipInteroperates)
     SKIP_WITHOUT_OUTSIDE_TOOLS();
     const Bytes text = sample(2u << 20, 21);
     const Bytes noise = randomBytes(1u << 20, 22);
-    writeFile(at("text"), text);
-    writeFile(at("noise"), noise);
-    writeFile(at("empty"), Bytes());
-    writeFile(at("one"), Bytes(1, 'z'));
+    writeFile("text", text);
+    writeFile("noise", noise);
+    writeFile("empty", Bytes());
+    writeFile("one", Bytes(1, 'z'));
     for (const char* in : {"text", "noise", "empty", "one"}) {
-        for (int level : {-1, 0, 1, 3, 9}) {
-            for (int strategy : {0, 1, 2, 3, 4}) {
-                const std::string tag = std::string(in) + std::to_string(level) + std::to_string(strategy);
-                ASSERT_EQ(SCompression::success,
-                          SCompression::compress_file(w(in), a(tag + ".gz"), level, strategy)) << tag;
-                ASSERT_EQ(0, run("gzip -t " + q(tag + ".gz") + " && gzip -d -c " + q(tag + ".gz") + " > " +
-                                 q(tag + ".gunzip")))
-                    << tag;
-                EXPECT_TRUE(readFile(at(tag + ".gunzip")) == readFile(at(in))) << tag;
-            }
+        for (auto [level, strategy] : kFileSettings) {
+            const std::string tag = std::string(in) + std::to_string(level) + std::to_string(strategy);
+            ASSERT_EQ(SCompression::success, SCompression::compress_file(w(in), a(tag + ".gz"), level, strategy))
+                << tag;
+            ASSERT_EQ(0, run("gzip -t " + q(tag + ".gz") + " && gzip -d -c " + q(tag + ".gz") + " > " +
+                             q(tag + ".gunzip"))) << tag;
+            EXPECT_TRUE(readFile(tag + ".gunzip") == readFile(in)) << tag;
         }
     }
 
@@ -620,12 +529,12 @@ TEST_F(SCompressionFiles, GzipInteroperates)
             const std::string gz = std::string(in) + level + ".gz";
             ASSERT_EQ(0, run(std::string("gzip ") + level + " -c " + q(in) + " > " + q(gz)));
             ASSERT_EQ(SCompression::success, SCompression::decompress_file(a(gz), w(gz + ".out"))) << gz;
-            EXPECT_TRUE(readFile(at(gz + ".out")) == readFile(at(in))) << gz;
+            EXPECT_TRUE(readFile(gz + ".out") == readFile(in)) << gz;
         }
     }
     ASSERT_EQ(0, run("cp " + q("text") + " " + q("named") + " && gzip -N -9 " + q("named")));
     ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("named.gz"), w("named.out")));
-    EXPECT_TRUE(readFile(at("named.out")) == text);
+    EXPECT_TRUE(readFile("named.out") == text);
 
     // Several members: gzip's, the library's and a member of nothing, concatenated.
     ASSERT_EQ(0, run("cat " + q("text-1.gz") + " " + q("noise03.gz") + " " + q("empty-9.gz") + " " +
@@ -634,13 +543,13 @@ TEST_F(SCompressionFiles, GzipInteroperates)
     Bytes all = text;
     all.insert(all.end(), noise.begin(), noise.end());
     all.push_back('z');
-    EXPECT_TRUE(readFile(at("multi.out")) == all);
+    EXPECT_TRUE(readFile("multi.out") == all);
     ASSERT_EQ(0, run("gzip -d -c " + q("multi.gz") + " > " + q("multi.gunzip")));
-    EXPECT_TRUE(readFile(at("multi.gunzip")) == all);
+    EXPECT_TRUE(readFile("multi.gunzip") == all);
 
     // A file gzip calls truncated or corrupt fails here too, and leaves nothing behind.
-    const Bytes gz = readFile(at("text-9.gz"));
-    writeFile(at("cut.gz"), Bytes(gz.begin(), gz.end() - 1));
+    const Bytes gz = readFile("text-9.gz");
+    writeFile("cut.gz", Bytes(gz.begin(), gz.end() - 1));
     EXPECT_NE(0, run("gzip -t " + q("cut.gz") + " 2>/dev/null"));
     EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("cut.gz"), w("cut.out")));
     EXPECT_FALSE(fs::exists(at("cut.out")));

@@ -10,11 +10,13 @@
 #include "assert_capture.h"
 #include "child_process.h"
 #include "sfile_test_support.h"
+#include "t2io_files.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -79,10 +81,8 @@ TEST_F(SCryptTest, RoundTripsEveryFormAndSize)
         Bytes plain = pattern(n, static_cast<unsigned>(n));
         SSimpleBuffer enc;
         ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, enc)) << n;
-        EXPECT_EQ(SCrypt::getEncryptedLength(static_cast<uint32_t>(n)), enc.size());
         EXPECT_EQ(32u + (n / 8 + 1) * 8, enc.size());
-        EXPECT_EQ(0, std::memcmp(enc.data(), "\0\0\0\1", 4));
-        EXPECT_EQ(1, SCrypt::getHeaderVersion(enc.data(), static_cast<uint32_t>(enc.size())));
+        EXPECT_EQ(SCrypt::getEncryptedLength(static_cast<uint32_t>(n)), enc.size());
         SSimpleBuffer back;
         int version = -1;
         ASSERT_EQ(SCrypt::success, m_crypt.decrypt(enc, m_key, back, &version)) << n;
@@ -97,7 +97,6 @@ TEST_F(SCryptTest, RoundTripsEveryFormAndSize)
         EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.encrypt(in, m_key, space, v));
         space.m_nLength = static_cast<uint32_t>(out.size());
         ASSERT_EQ(SCrypt::success, m_crypt.encrypt(in, m_key, space, v));
-        EXPECT_EQ(1, v);
         Bytes room(out.size() - 32);
         SCrypt::ByteStr p(room.data(), static_cast<uint32_t>(room.size()));
         ASSERT_EQ(SCrypt::success, m_crypt.decrypt(SCrypt::ByteStr(out.data(), space.m_nLength), m_key, p));
@@ -111,38 +110,22 @@ TEST_F(SCryptTest, RoundTripsEveryFormAndSize)
     }
 }
 
-TEST_F(SCryptTest, TenMebibytesRoundTrip)
-{
-    Bytes plain = pattern(10u << 20, 7);
-    SSimpleBuffer enc, back;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, enc));
-    EXPECT_EQ((10u << 20) + 40u, enc.size());
-    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(enc, m_key, back));
-    EXPECT_TRUE(plain == toBytes(back));
-}
-
 TEST_F(SCryptTest, TextFormsCarryUtf16)
 {
     // Latin, CJK, a pair (U+1F600), a lone surrogate and an embedded "?" all survive.
     const SWCharString samples[] = {text(u""), text(u"plain ASCII"), text(u"Gr\u00fc\u00dfe \u65e5\u672c \U0001F600 ?"),
                                     SWCharString(static_cast<unsigned short>(0xD800))};
     for (const SWCharString& s : samples) {
-        SWCharString enc, back;
+        SWCharString enc, back, back2;
         ASSERT_EQ(SCrypt::success, m_crypt.encrypt(s, m_key, enc));
         // The text form is upper-case hexadecimal of the encrypted bytes.
         SSimpleBuffer bin;
         ASSERT_TRUE(SCrypt::toBinary(enc, bin));
         EXPECT_EQ(enc, SCrypt::toText(SCrypt::toByteStr(bin)));
-        SSimpleBuffer utf8;
-        ASSERT_TRUE(SCrypt::toSSimpleBuffer(s, utf8));
-        EXPECT_EQ(SCrypt::getEncryptedLength(static_cast<uint32_t>(utf8.size())), bin.size());
         ASSERT_EQ(SCrypt::success, m_crypt.decrypt(enc, m_key, back));
         EXPECT_EQ(s, back);
-
-        SSimpleBuffer binary;
-        SWCharString back2;
-        ASSERT_EQ(SCrypt::success, m_crypt.encrypt(s, m_key, binary));
-        ASSERT_EQ(SCrypt::success, m_crypt.decrypt(binary, m_key, back2));
+        ASSERT_EQ(SCrypt::success, m_crypt.encrypt(s, m_key, bin));
+        ASSERT_EQ(SCrypt::success, m_crypt.decrypt(bin, m_key, back2));
         EXPECT_EQ(s, back2);
     }
     SWCharString out = text(u"left alone?");
@@ -153,38 +136,23 @@ TEST_F(SCryptTest, TextFormsCarryUtf16)
 
 TEST_F(SCryptTest, FreshInitialisationVectorEachTime)
 {
-    Bytes plain = pattern(100);
-    SSimpleBuffer a, b, da, db;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, a));
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, b));
-    EXPECT_NE(toBytes(a), toBytes(b));
+    SSimpleBuffer a, b;
+    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(100)), m_key, a));
+    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(100)), m_key, b));
     EXPECT_NE(0, std::memcmp(a.data() + 4, b.data() + 4, 8));
-    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(a, m_key, da));
-    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(b, m_key, db));
-    EXPECT_EQ(plain, toBytes(da));
-    EXPECT_EQ(plain, toBytes(db));
 }
 
-TEST_F(SCryptTest, VersionZeroBufferStillDecrypts)
+TEST_F(SCryptTest, VersionZeroBufferReadAsAnotherVersionIsMalformed)
 {
-    // A version 0 buffer is a version 1 buffer without its marker.
-    Bytes plain = pattern(33);
     SSimpleBuffer enc;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, enc));
+    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(33)), m_key, enc));
     Bytes v0(enc.data() + 4, enc.data() + enc.size());
     EXPECT_EQ(0, SCrypt::getHeaderVersion(v0.data(), static_cast<uint32_t>(v0.size())));
-    SSimpleBuffer back;
-    int version = -1;
-    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(v0), m_key, back, &version));
-    EXPECT_EQ(0, version);
-    EXPECT_EQ(plain, toBytes(back));
-    // Read as the other version it is malformed.
     Bytes room(v0.size());
     SCrypt::ByteStr out(room.data(), static_cast<uint32_t>(room.size()));
-    EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(SCrypt::ByteStr(v0.data(), static_cast<uint32_t>(v0.size())),
-                                                     m_key, out, 1));
-    EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(SCrypt::ByteStr(v0.data(), static_cast<uint32_t>(v0.size())),
-                                                     m_key, out, 2));
+    for (int version : {1, 2})
+        EXPECT_EQ(SCrypt::invalidBuffer,
+                  m_crypt.decrypt(SCrypt::ByteStr(v0.data(), static_cast<uint32_t>(v0.size())), m_key, out, version));
 }
 
 TEST_F(SCryptTest, VersionZeroTextIsEightBit)
@@ -204,7 +172,6 @@ TEST_F(SCryptTest, VersionZeroTextIsEightBit)
 TEST_F(SCryptTest, BlankKeyAndWrongKey)
 {
     SCrypt::Key blank;
-    EXPECT_TRUE(blank.isBlank());
     SSimpleBuffer enc, out;
     EXPECT_EQ(SCrypt::blankKey, m_crypt.encrypt(toBuffer(pattern(10)), blank, enc));
     EXPECT_TRUE(enc.isEmpty());
@@ -265,17 +232,15 @@ TEST_F(SCryptTest, KeysAndDigests)
     // SHA-1("abc") = a9993e36 4706816a ba3e2571 7850c26c 9cd0d89d, then four zero bytes.
     SCrypt::Key k = keyFrom(m_crypt, u"abc");
     EXPECT_EQ("a9993e364706816aba3e25717850c26c9cd0d89d00000000", hex(k.m_bytes, 24));
-    // The pass phrase counts as UTF-8: "\u00e9" is C3 A9; SHA-1 of those two bytes.
-    SCrypt::Key e = keyFrom(m_crypt, u"\u00e9");
-    SCrypt::Key e2;
+    // The pass phrase counts as UTF-8: SHA-1 of C3 A9.
     unsigned char space[24];
     SCrypt::ByteStr s(space, 24);
     ASSERT_EQ(SCrypt::success, m_crypt.makeKey(text(u"\u00e9"), s));
-    EXPECT_EQ(0, std::memcmp(space, e.m_bytes, 24));
+    EXPECT_EQ("bf15be717ac1b080b4f1c456692825891ff5073d00000000", hex(space, 24));
     SCrypt::ByteStr small(space, 23);
     EXPECT_EQ(SCrypt::keySpaceTooSmall, m_crypt.makeKey(text(u"abc"), small));
 
-    // makeDigest(data, salt) = SHA-1(salt || data): with an empty salt prefix of "ab"...
+    // makeDigest(data, salt) = SHA-1(salt || data).
     unsigned char d[20];
     const unsigned char salt[8] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
     ASSERT_EQ(SCrypt::success, m_crypt.makeDigest(reinterpret_cast<const unsigned char*>("ij"), 2, salt, d));
@@ -285,11 +250,7 @@ TEST_F(SCryptTest, KeysAndDigests)
     SCrypt::Key r1, r2;
     ASSERT_EQ(SCrypt::success, m_crypt.randomKey(r1));
     ASSERT_EQ(SCrypt::success, m_crypt.randomKey(r2));
-    EXPECT_FALSE(r1.isBlank());
     EXPECT_NE(0, std::memcmp(r1.m_bytes, r2.m_bytes, 24));
-    SSimpleBuffer enc, back;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(5)), r1, enc));
-    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(enc, r1, back));
     r1.clear();
     EXPECT_TRUE(r1.isBlank());
 }
@@ -308,33 +269,15 @@ TEST_F(SCryptTest, ConversionsAndAssertions)
     unsigned short buf[8];
     unsigned int n = 0;
     ASSERT_TRUE(SCrypt::toText(bs, buf, 8, n));
+    vardo_test::AssertCapture capture;
+    EXPECT_FALSE(SCrypt::toText(bs, buf, 7, n));
     EXPECT_EQ(8u, n);
-    {
-        vardo_test::AssertCapture capture;
-        EXPECT_FALSE(SCrypt::toText(bs, buf, 7, n));
-        EXPECT_EQ(8u, n);
-        ASSERT_EQ(1u, capture.seen().size());
-        EXPECT_EQ("cCharText <= cCharTextMax", capture.seen()[0]);
-    }
-    {
-        // The provider is loaded once; a second load asserts.
-        vardo_test::AssertCapture capture;
-        SCrypt again;
-        EXPECT_TRUE(again.LoadCryptoC());
-        ASSERT_EQ(1u, capture.seen().size());
-        EXPECT_EQ("m_bCryptoCLibInitialized == false", capture.seen()[0]);
-    }
+    // The provider is loaded once; a second load asserts.
+    SCrypt again;
+    EXPECT_TRUE(again.LoadCryptoC());
+    EXPECT_EQ(std::vector<std::string>({"cCharText <= cCharTextMax", "m_bCryptoCLibInitialized == false"}),
+              capture.seen());
 
-    SSimpleBuffer u;
-    ASSERT_TRUE(SCrypt::toSSimpleBuffer(text(u"\u00e9!"), u));
-    EXPECT_EQ(Bytes({0xc3, 0xa9, '!'}), toBytes(u));
-
-    SByteArray arr;
-    SCrypt::toSByteArray(bs, arr);
-    SSimpleBuffer fromArr;
-    SCrypt::fromSByteArray(arr, fromArr);
-    EXPECT_EQ(Bytes(raw, raw + 4), toBytes(fromArr));
-    EXPECT_EQ(4u, SCrypt::toByteStr(arr).m_nLength);
     EXPECT_EQ(0u, SCrypt::getEncryptedLength(0xFFFFFFF0u));
 }
 
@@ -352,37 +295,30 @@ TEST(StrongEncryptionException, TextsByStatus)
         EXPECT_EQ(s, e.GetErrorCode());
         SWCharString expected;
         expected.concatFromAscii(texts[s], static_cast<unsigned int>(std::strlen(texts[s])));
-        EXPECT_EQ(expected, e.GetReason());
         EXPECT_EQ(expected, e.toString());
-        SWCharString summary = expected;
         std::string tail = ":status " + std::to_string(s);
-        summary.concatFromAscii(tail.c_str(), static_cast<unsigned int>(tail.size()));
-        try {
-            throw e;
-        } catch (const SException& caught) {
-            EXPECT_EQ(summary, caught.summary());
-        }
+        expected.concatFromAscii(tail.c_str(), static_cast<unsigned int>(tail.size()));
+        EXPECT_EQ(expected, static_cast<const SException&>(e).summary());
     }
 }
 
 TEST_F(SCryptTest, ManyThreadsAtOnce)
 {
     std::vector<std::thread> threads;
-    std::vector<int> failures(4, 0);
+    std::atomic<int> failures{0};
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
             SCrypt crypt;
             for (int i = 0; i < 50; ++i) {
                 Bytes plain = pattern(static_cast<size_t>(i * 13), static_cast<unsigned>(t * 100 + i));
                 SSimpleBuffer enc, back;
-                if (crypt.encrypt(toBuffer(plain), m_key, enc) != SCrypt::success ||
-                    crypt.decrypt(enc, m_key, back) != SCrypt::success || toBytes(back) != plain)
-                    ++failures[t];
+                failures += crypt.encrypt(toBuffer(plain), m_key, enc) != SCrypt::success ||
+                            crypt.decrypt(enc, m_key, back) != SCrypt::success || toBytes(back) != plain;
             }
         });
     for (auto& th : threads)
         th.join();
-    EXPECT_EQ(std::vector<int>(4, 0), failures);
+    EXPECT_EQ(0, failures.load());
 }
 
 // ---- an outside implementation: the openssl command-line tool ------------------------------------------
@@ -393,29 +329,13 @@ protected:
     {
         if (vardo_test::onWindows())
             GTEST_SKIP() << "needs the Linux openssl command-line tool; not run under Wine";
-        m_dir = fs::temp_directory_path() / ("vardo_scrypt_" + std::to_string(std::random_device()()));
-        fs::create_directories(m_dir);
         if (run("openssl version") != 0)
             GTEST_SKIP() << "the openssl command-line tool is not installed";
     }
-    void TearDown() override
-    {
-        std::error_code ec;
-        if (!m_dir.empty())
-            fs::remove_all(m_dir, ec);
-    }
     int run(const std::string& cmd) { return std::system((cmd + " >" + path("tool.log") + " 2>&1").c_str()); }
-    std::string path(const char* name) const { return (m_dir / name).string(); }
-    void write(const char* name, const Bytes& b)
-    {
-        std::ofstream f(path(name), std::ios::binary);
-        f.write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
-    }
-    Bytes read(const char* name)
-    {
-        std::ifstream f(path(name), std::ios::binary);
-        return Bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-    }
+    std::string path(const char* name) const { return m_tmp.str(name); }
+    void write(const char* name, const Bytes& b) { m_tmp.write(name, b); }
+    Bytes read(const char* name) { return m_tmp.read<Bytes>(name); }
     // SHA-1 by the tool, of the salt followed by the plaintext.
     Bytes toolDigest(const unsigned char* salt, const Bytes& plain)
     {
@@ -425,8 +345,28 @@ protected:
         EXPECT_EQ(0, run("openssl dgst -sha1 -binary -out " + path("dgst.out") + " " + path("dgst.in")));
         return read("dgst.out");
     }
+    // The plaintext of our buffer e as the tool decrypts it.
+    Bytes toolDecrypt(const Bytes& e)
+    {
+        write("cipher", Bytes(e.begin() + 32, e.end()));
+        EXPECT_EQ(0, run("openssl enc -d -des-ede3-cbc -K " + hex(m_key.m_bytes, 24) + " -iv " +
+                         hex(e.data() + 4, 8) + " -in " + path("cipher") + " -out " + path("plain")));
+        return read("plain");
+    }
+    // A version 1 buffer built from the tool's ciphertext and digest of plain.
+    Bytes toolBuffer(const Bytes& plain, const Bytes& iv, const char* options = "")
+    {
+        write("plain", plain);
+        EXPECT_EQ(0, run(std::string("openssl enc -des-ede3-cbc ") + options + " -K " + hex(m_key.m_bytes, 24) +
+                         " -iv " + hex(iv.data(), 8) + " -in " + path("plain") + " -out " + path("cipher")));
+        Bytes b = {0, 0, 0, 1}, d = toolDigest(iv.data(), plain), c = read("cipher");
+        EXPECT_EQ(20u, d.size());
+        b.insert(b.end(), iv.begin(), iv.end());
+        b.insert(b.end(), d.begin(), d.end());
+        b.insert(b.end(), c.begin(), c.end());
+        return b;
+    }
 
-    // Our buffer, taken apart and checked by the tool.
     void checkOurs(const Bytes& plain)
     {
         SSimpleBuffer enc;
@@ -434,78 +374,47 @@ protected:
         Bytes e = toBytes(enc);
         ASSERT_EQ(32u + (plain.size() / 8 + 1) * 8, e.size());
         EXPECT_EQ(Bytes({0, 0, 0, 1}), Bytes(e.begin(), e.begin() + 4));
-        write("cipher", Bytes(e.begin() + 32, e.end()));
-        ASSERT_EQ(0, run("openssl enc -d -des-ede3-cbc -K " + hex(m_key.m_bytes, 24) + " -iv " +
-                         hex(e.data() + 4, 8) + " -in " + path("cipher") + " -out " + path("plain")));
-        EXPECT_TRUE(plain == read("plain")) << plain.size() << " bytes";
+        EXPECT_TRUE(plain == toolDecrypt(e)) << plain.size() << " bytes";
         EXPECT_EQ(Bytes(e.begin() + 12, e.begin() + 32), toolDigest(e.data() + 4, plain));
     }
 
-    // A buffer built from the tool's output, version 1 and version 0, decrypted by us.
+    // Version 1, and version 0 (the same without its marker), decrypted by us.
     void checkTheirs(const Bytes& plain)
     {
-        Bytes iv = pattern(8, static_cast<unsigned>(plain.size() + 99));
-        write("plain", plain);
-        ASSERT_EQ(0, run("openssl enc -des-ede3-cbc -K " + hex(m_key.m_bytes, 24) + " -iv " + hex(iv.data(), 8) +
-                         " -in " + path("plain") + " -out " + path("cipher")));
-        const Bytes& covered = plain;
-        Bytes d = toolDigest(iv.data(), covered);
-        ASSERT_EQ(20u, d.size());
-        Bytes v0 = iv;
-        v0.insert(v0.end(), d.begin(), d.end());
-        Bytes c = read("cipher");
-        v0.insert(v0.end(), c.begin(), c.end());
-        Bytes v1 = {0, 0, 0, 1};
-        v1.insert(v1.end(), v0.begin(), v0.end());
+        Bytes v1 = toolBuffer(plain, pattern(8, static_cast<unsigned>(plain.size() + 99)));
+        Bytes v0(v1.begin() + 4, v1.end());
         for (const Bytes* b : {&v1, &v0}) {
             SSimpleBuffer out;
             int version = -1;
             ASSERT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(*b), m_key, out, &version)) << plain.size();
             EXPECT_EQ(b == &v1 ? 1 : 0, version);
-            EXPECT_TRUE(covered == toBytes(out)) << plain.size() << " bytes";
+            EXPECT_TRUE(plain == toBytes(out)) << plain.size() << " bytes";
         }
     }
 
-    fs::path m_dir;
+    vardo_test::TempDir m_tmp{"vardo_scrypt_"};
 };
 
 TEST_F(OpensslTool, ToolDecryptsOurBuffers)
 {
-    for (size_t n : {0u, 1u, 8u, 13u, 4096u})
+    for (size_t n : {0u, 1u, 8u, 13u, 4096u, 10u << 20})
         checkOurs(pattern(n, static_cast<unsigned>(n) + 5));
-    checkOurs(pattern(10u << 20, 11));
     // UTF-16 text through the text overload: the tool sees its UTF-8 bytes.
-    SWCharString t = text(u"Stra\u00dfe \u6771\u4eac \U0001F600");
     SWCharString enc;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(t, m_key, enc));
+    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(text(u"Stra\u00dfe \u6771\u4eac \U0001F600"), m_key, enc));
     SSimpleBuffer bin;
     ASSERT_TRUE(SCrypt::toBinary(enc, bin));
-    Bytes e = toBytes(bin);
-    write("cipher", Bytes(e.begin() + 32, e.end()));
-    ASSERT_EQ(0, run("openssl enc -d -des-ede3-cbc -K " + hex(m_key.m_bytes, 24) + " -iv " + hex(e.data() + 4, 8) +
-                     " -in " + path("cipher") + " -out " + path("plain")));
     const char utf8[] = "Stra\xc3\x9f" "e \xe6\x9d\xb1\xe4\xba\xac \xf0\x9f\x98\x80";
-    EXPECT_EQ(Bytes(utf8, utf8 + sizeof(utf8) - 1), read("plain"));
+    EXPECT_EQ(Bytes(utf8, utf8 + sizeof(utf8) - 1), toolDecrypt(toBytes(bin)));
 }
 
 TEST_F(OpensslTool, WeDecryptTheToolsBuffers)
 {
-    for (size_t n : {0u, 1u, 8u, 13u, 4096u})
+    for (size_t n : {0u, 1u, 8u, 13u, 4096u, 10u << 20})
         checkTheirs(pattern(n, static_cast<unsigned>(n) + 17));
-    checkTheirs(pattern(10u << 20, 23));
     // Text: UTF-8 bytes encrypted by the tool come back as the UTF-16 text.
     const char utf8[] = "Gr\xc3\xbc\xc3\x9f" "e \xf0\x9f\x98\x80";
-    Bytes plain(utf8, utf8 + sizeof(utf8) - 1);
-    Bytes iv = pattern(8, 3);
-    write("plain", plain);
-    ASSERT_EQ(0, run("openssl enc -des-ede3-cbc -K " + hex(m_key.m_bytes, 24) + " -iv " + hex(iv.data(), 8) +
-                     " -in " + path("plain") + " -out " + path("cipher")));
-    Bytes b = {0, 0, 0, 1};
-    b.insert(b.end(), iv.begin(), iv.end());
-    Bytes d = toolDigest(iv.data(), plain);
-    b.insert(b.end(), d.begin(), d.end());
-    Bytes c = read("cipher");
-    b.insert(b.end(), c.begin(), c.end());
+    Bytes b = toolBuffer(Bytes(utf8, utf8 + sizeof(utf8) - 1), pattern(8, 3));
     SWCharString out;
     ASSERT_EQ(SCrypt::success, m_crypt.decrypt(SCrypt::toText(SCrypt::ByteStr(b.data(), static_cast<uint32_t>(b.size()))),
                                                 m_key, out));
@@ -515,26 +424,16 @@ TEST_F(OpensslTool, WeDecryptTheToolsBuffers)
 TEST_F(OpensslTool, BadPaddingIsNeverSuccess)
 {
     // Two blocks without padding, the last ending in 00 (not a valid pad): the final step
-    // refuses it (error 524); decryption goes on to the digest check but a buffer whose
-    // padding was damaged never counts as intact, even when the digest covers exactly
-    // the blocks before it.
+    // refuses it (error 524); a buffer whose padding was damaged never counts as intact,
+    // even when the digest covers exactly the blocks before it.
     Bytes plain = pattern(16, 4);
     plain[15] = 0;
     Bytes iv(8, 0x42);
-    write("plain", plain);
-    ASSERT_EQ(0, run("openssl enc -des-ede3-cbc -nopad -K " + hex(m_key.m_bytes, 24) + " -iv " + hex(iv.data(), 8) +
-                     " -in " + path("plain") + " -out " + path("cipher")));
-    Bytes b = {0, 0, 0, 1};
-    b.insert(b.end(), iv.begin(), iv.end());
-    Bytes d = toolDigest(iv.data(), plain);
-    b.insert(b.end(), d.begin(), d.end());
-    Bytes c = read("cipher");
-    b.insert(b.end(), c.begin(), c.end());
+    Bytes b = toolBuffer(plain, iv, "-nopad");
     SSimpleBuffer out;
     EXPECT_EQ(SCrypt::digestMismatch, m_crypt.decrypt(toBuffer(b), m_key, out));
     EXPECT_TRUE(out.isEmpty());
-    Bytes first(plain.begin(), plain.begin() + 8);
-    d = toolDigest(iv.data(), first);
+    Bytes d = toolDigest(iv.data(), Bytes(plain.begin(), plain.begin() + 8));
     std::copy(d.begin(), d.end(), b.begin() + 12);
     EXPECT_EQ(SCrypt::digestMismatch, m_crypt.decrypt(toBuffer(b), m_key, out));
     EXPECT_TRUE(out.isEmpty());
@@ -635,7 +534,6 @@ TEST(WrapCryptoC, CryptoCConventions)
         total += rc == 0 ? n : 0;
         out.resize(total);
         destroyAlg(&alg);
-        EXPECT_EQ(nullptr, alg);
         return rc;
     };
     Bytes whole, back;
@@ -651,8 +549,7 @@ TEST(WrapCryptoC, CryptoCConventions)
     // A damaged last block: the final step refuses the padding with 524.
     Bytes bad = whole;
     bad[bad.size() - 1] ^= 0x55;
-    EXPECT_EQ(BE_INPUT_DATA, run(false, bad, bad.size(), back));
-    EXPECT_EQ(524, BE_INPUT_DATA);
+    EXPECT_EQ(524, run(false, bad, bad.size(), back));
 
     // Too little output room is refused, not overrun.
     B_ALGORITHM_OBJ alg = nullptr;
@@ -664,7 +561,6 @@ TEST(WrapCryptoC, CryptoCConventions)
     EXPECT_EQ(BE_OUTPUT_LEN, encUpdate(alg, small, &n, 8, plain.data(), 16, nullptr, nullptr));
     destroyAlg(&alg);
     destroyKey(&key);
-    EXPECT_EQ(nullptr, key);
     destroyKey(&key);  // a null handle is ignored
 }
 
@@ -682,8 +578,7 @@ TEST(SCryptNoProviderChild, EveryOperationFails)
     SCrypt::Key key;
     key.m_bytes[0] = 1;
     EXPECT_EQ(SCrypt::notInitialized, crypt.makeKey(text(u"pass"), key));
-    SCrypt::Key rk;
-    EXPECT_EQ(SCrypt::notInitialized, crypt.randomKey(rk));
+    EXPECT_EQ(SCrypt::notInitialized, crypt.randomKey(key));
     unsigned char d[20], salt[8] = {};
     EXPECT_EQ(SCrypt::notInitialized, crypt.makeDigest(salt, 8, salt, d));
     SSimpleBuffer enc, out;

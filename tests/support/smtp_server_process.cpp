@@ -15,7 +15,7 @@
 
 namespace vardo_test {
 
-std::string readFileBytes(const std::string& path)
+static std::string readFileBytes(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream s;

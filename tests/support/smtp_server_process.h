@@ -50,8 +50,6 @@ struct StoredMail {
 
 // Reads message number n (from 1) of a store. False when it is not there.
 bool readStoredMail(const std::string& storeDir, int n, StoredMail& out);
-// The whole file as bytes (empty when missing).
-std::string readFileBytes(const std::string& path);
 
 } // namespace vardo_test
 

@@ -9,7 +9,6 @@
 #include <ws2tcpip.h>
 typedef int socklen_t;
 #define PEER_CLOSE closesocket
-#define PEER_SHUT_WR SD_SEND
 #define PEER_NOSIGNAL 0
 #else
 #include <arpa/inet.h>
@@ -19,7 +18,6 @@ typedef int socklen_t;
 #include <sys/socket.h>
 #include <unistd.h>
 #define PEER_CLOSE ::close
-#define PEER_SHUT_WR SHUT_WR
 #define PEER_NOSIGNAL MSG_NOSIGNAL
 #endif
 
@@ -65,6 +63,24 @@ int waitReadable(intptr_t fd, int ms)
 #endif
 }
 
+// Binds s to the loopback address on an ephemeral port; returns the port.
+uint16_t bindLoopback(intptr_t s, bool ipv6)
+{
+    sockaddr_in6 a6;
+    sockaddr_in a4;
+    std::memset(&a6, 0, sizeof a6);
+    std::memset(&a4, 0, sizeof a4);
+    a6.sin6_family = AF_INET6;
+    a6.sin6_addr = in6addr_loopback;
+    a4.sin_family = AF_INET;
+    a4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr* a = ipv6 ? (sockaddr*)&a6 : (sockaddr*)&a4;
+    socklen_t len = ipv6 ? sizeof a6 : sizeof a4;
+    bind(s, a, len);
+    getsockname(s, a, &len);
+    return ntohs(ipv6 ? a6.sin6_port : a4.sin_port);
+}
+
 } // namespace
 
 int64_t nowMs()
@@ -84,12 +100,6 @@ void PeerConn::close()
     if (m_fd >= 0)
         PEER_CLOSE(m_fd);
     m_fd = -1;
-}
-
-void PeerConn::shutdownWrite()
-{
-    if (m_fd >= 0)
-        shutdown(m_fd, PEER_SHUT_WR);
 }
 
 bool PeerConn::send(const std::string& bytes)
@@ -144,21 +154,6 @@ std::string PeerConn::recvLine(int ms)
     }
 }
 
-std::string PeerConn::recvAll(int ms)
-{
-    int64_t end = nowMs() + ms;
-    std::string all;
-    for (;;) {
-        int64_t left = end - nowMs();
-        if (left <= 0)
-            return all;
-        std::string more = recvSome((int)left);
-        if (more.empty())
-            return all;
-        all += more;
-    }
-}
-
 std::string PeerConn::recvExact(size_t n, int ms)
 {
     int64_t end = nowMs() + ms;
@@ -184,25 +179,7 @@ ScriptedPeer::ScriptedPeer(PeerScript script, bool ipv6, int connections)
 {
     ensureStarted();
     m_listener = (intptr_t)::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
-    if (ipv6) {
-        sockaddr_in6 a;
-        std::memset(&a, 0, sizeof a);
-        a.sin6_family = AF_INET6;
-        a.sin6_addr = in6addr_loopback;
-        bind(m_listener, (sockaddr*)&a, sizeof a);
-        socklen_t len = sizeof a;
-        getsockname(m_listener, (sockaddr*)&a, &len);
-        m_port = ntohs(a.sin6_port);
-    } else {
-        sockaddr_in a;
-        std::memset(&a, 0, sizeof a);
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(m_listener, (sockaddr*)&a, sizeof a);
-        socklen_t len = sizeof a;
-        getsockname(m_listener, (sockaddr*)&a, &len);
-        m_port = ntohs(a.sin_port);
-    }
+    m_port = bindLoopback(m_listener, ipv6);
     listen(m_listener, 16);
     m_acceptThread = std::thread([this] { run(); });
 }
@@ -237,15 +214,9 @@ uint16_t refusedPort()
 {
     ensureStarted();
     intptr_t s = (intptr_t)::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a;
-    std::memset(&a, 0, sizeof a);
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(s, (sockaddr*)&a, sizeof a);
-    socklen_t len = sizeof a;
-    getsockname(s, (sockaddr*)&a, &len);
+    uint16_t port = bindLoopback(s, false);
     PEER_CLOSE(s);
-    return ntohs(a.sin_port);
+    return port;
 }
 
 std::string loopbackSockaddr(uint16_t port)

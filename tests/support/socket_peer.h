@@ -30,12 +30,10 @@ public:
     // Receives up to and including the next "\n" (waiting up to ms in all); what came
     // when the stream ended or the time passed otherwise.
     std::string recvLine(int ms = 10000);
-    // Receives until the peer closes or ms pass; returns everything.
-    std::string recvAll(int ms = 10000);
     // Receives exactly n bytes (less at end of stream or time-out).
     std::string recvExact(size_t n, int ms = 10000);
-    // Stops sending (the other side reads end of stream).
-    void shutdownWrite();
+    // Receives until the peer closes or ms pass; returns everything.
+    std::string recvAll(int ms = 10000) { return recvExact(std::string::npos, ms); }
     // Closes the connection now.
     void close();
 
@@ -54,8 +52,6 @@ public:
     // Stops listening and joins the script threads.
     ~ScriptedPeer();
     uint16_t port() const { return m_port; }
-    // Connections accepted so far.
-    int accepted() const { return m_accepted.load(); }
 
 private:
     void run();
