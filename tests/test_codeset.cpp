@@ -327,6 +327,7 @@ TEST(StringConversions, EachInstantiationKeepsItsContent)
     EXPECT_EQ(as.toWChar(wc, 3), 2u);
     EXPECT_EQ(wc[1], L'i');
     EXPECT_EQ(as.getNBytesForWChar(), 3u * sizeof(wchar_t));
+    EXPECT_EQ(as.getTotalBytes(), 3u);   // the byte count with its terminator
     EXPECT_EQ(as.toMBCS(a8, 2), 0xFFFFFFFFu);
     EXPECT_EQ(as.toMBCS(a8, 3), 2u);
     EXPECT_TRUE(as.copyFrom("raw\x80"));

@@ -265,7 +265,11 @@ TEST(NeutralInteger, FormatsInEveryRadixAndType)
     EXPECT_EQ(StringConvFromInteger(wbuf, 48879u, 16), 4);
     EXPECT_EQ(narrow(SWCharString(wbuf)), "BEEF");
 
+    // Each type's own overload: a cast to the wrong width shows at its extremes.
     EXPECT_EQ(narrow(NeutralString::FromNumber((signed char)-128)), "-128");
+    EXPECT_EQ(narrow(NeutralString::FromNumber((unsigned char)255)), "255");
+    EXPECT_EQ(narrow(NeutralString::FromNumber((short)-32768)), "-32768");
+    EXPECT_EQ(narrow(NeutralString::FromNumber((unsigned short)65535)), "65535");
     EXPECT_EQ(narrow(NeutralString::FromNumber(4294967295u)), "4294967295");
     EXPECT_EQ(narrow(NeutralString::FromNumber(std::numeric_limits<long>::min())),
               std::to_string(std::numeric_limits<long>::min()));
