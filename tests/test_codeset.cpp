@@ -327,7 +327,7 @@ TEST(StringConversions, EachInstantiationKeepsItsContent)
     EXPECT_EQ(as.toWChar(wc, 3), 2u);
     EXPECT_EQ(wc[1], L'i');
     EXPECT_EQ(as.getNBytesForWChar(), 3u * sizeof(wchar_t));
-    EXPECT_EQ(as.getTotalBytes(), 3u);   // the byte count with its terminator
+    EXPECT_EQ(as.getTotalBytes(), 3u);
     EXPECT_EQ(as.toMBCS(a8, 2), 0xFFFFFFFFu);
     EXPECT_EQ(as.toMBCS(a8, 3), 2u);
     EXPECT_TRUE(as.copyFrom("raw\x80"));
@@ -354,6 +354,7 @@ TEST(StringConversions, EachInstantiationKeepsItsContent)
     EXPECT_EQ(an.getLength(), std::strlen(an.data()));
     EXPECT_TRUE(an.fromAscii("abc"));
     EXPECT_EQ(an.getNBytesForUTF8(), 4u);
+    EXPECT_EQ(an.getTotalBytes(), 4u);   // the code page's byte count with its terminator
     SWCharString fromAnsi;
     EXPECT_TRUE(fromAnsi.fromMBCS(an.data()));
     EXPECT_EQ(units(fromAnsi), Units({'a', 'b', 'c'}));

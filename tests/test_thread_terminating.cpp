@@ -110,7 +110,6 @@ TEST(TerminatingThread, StopAndAwakeFromAnotherThread)
     w->start();
     EXPECT_THROW(w->start(), JTCIllegalThreadStateException);
     started.wait();
-    EXPECT_STREQ("worker", w->getName());
     EXPECT_EQ(static_cast<JTCThread*>(raw), w->self.load());
     EXPECT_EQ(nullptr, JTCThread::currentThread());   // this thread is not the library's
 
@@ -166,12 +165,7 @@ TEST(JTC, ThreadStates)
     EXPECT_FALSE(g->isAlive());
     EXPECT_TRUE(g->join(0));
     EXPECT_THROW(g->start(), JTCIllegalThreadStateException);
-    EXPECT_EQ(1, g->_refCount());
-
-    JTCHandleT<JTCThread> base(g);
-    EXPECT_EQ(2, g->_refCount());
-    base = JTCHandleT<JTCThread>();
-    EXPECT_EQ(1, g->_refCount());
+    EXPECT_EQ(1, g->_refCount());   // the finished thread gave its reference back
 }
 
 TEST(JTC, MonitorIsRecursiveAndWaitGivesItUpWhole)
@@ -180,12 +174,6 @@ TEST(JTC, MonitorIsRecursiveAndWaitGivesItUpWhole)
     EXPECT_THROW(m.wait(), JTCIllegalMonitorStateException);
     EXPECT_THROW(m.notify(), JTCIllegalMonitorStateException);
     EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
-    try {
-        m.notifyAll();
-    } catch (const JTCException& e) {
-        EXPECT_STREQ("JTCIllegalMonitorStateException", e.getType());
-        EXPECT_NE(std::string(), e.getMessage());
-    }
 
     bool ready = false;         // guarded by the monitor
     bool seen = false;
