@@ -427,6 +427,7 @@ TEST_F(SLoggerTest, InternalLoggerSettings)
     EXPECT_TRUE(logger->SetParam(W("maxLogFileSize"), W("4294967295")));
     EXPECT_FALSE(logger->SetParam(W("maxLogFileSize"), W("4294967296")));
     EXPECT_FALSE(logger->SetParam(W("maxLogFileSize"), W("12k")));
+    EXPECT_FALSE(logger->SetParam(W("maxLogFileSize"), W("")));
     EXPECT_TRUE(logger->GetParam(W("maxLogFileSize"), v));
     EXPECT_EQ(W("4294967295"), v);
     EXPECT_FALSE(logger->SetParam(W("MAXLOGFILESIZE"), W("1")));   // names are exact
