@@ -219,8 +219,20 @@ TEST(NeutralInteger, IteratorFormRefusesBlanksAndStopsAtEndOrTerminator)
     EXPECT_TRUE(parseIter("-2147483648", v));
     EXPECT_EQ(v, -2147483647l - 1);
     EXPECT_FALSE(parseIter("2147483648", v));
+    // Each iterator overload carries its own limits.
     unsigned long ul;
+    EXPECT_TRUE(parseIter("4294967295", ul));
+    EXPECT_EQ(ul, 4294967295ul);
     EXPECT_FALSE(parseIter("-1", ul));
+    long long ll;
+    EXPECT_TRUE(parseIter("-9223372036854775808", ll));
+    EXPECT_EQ(ll, std::numeric_limits<long long>::min());
+    unsigned short us;
+    EXPECT_TRUE(parseIter("65535", us));
+    EXPECT_FALSE(parseIter("65536", us));
+    short sh;
+    EXPECT_TRUE(parseIter("-32768", sh));
+    EXPECT_EQ(sh, -32768);
 
     // A sub-range: only [begin, end) is read.
     const SAsciiString s("12345");
