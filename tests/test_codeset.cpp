@@ -355,6 +355,8 @@ TEST(StringConversions, EachInstantiationKeepsItsContent)
     EXPECT_TRUE(an.fromAscii("abc"));
     EXPECT_EQ(an.getNBytesForUTF8(), 4u);
     EXPECT_EQ(an.getTotalBytes(), 4u);   // the code page's byte count with its terminator
+    EXPECT_EQ(an.getNBytesForWChar(), 4u * sizeof(wchar_t));
+    EXPECT_EQ(an.toWChar(wc, 4), 3u);
     SWCharString fromAnsi;
     EXPECT_TRUE(fromAnsi.fromMBCS(an.data()));
     EXPECT_EQ(units(fromAnsi), Units({'a', 'b', 'c'}));
