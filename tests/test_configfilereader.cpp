@@ -20,8 +20,6 @@ namespace {
 using vardo_test::W;
 const auto& N = vardo_test::ascii;
 
-
-
 std::vector<std::string> names(const SIArray<SWCharString>& a)
 {
     std::vector<std::string> r;
@@ -85,7 +83,6 @@ TEST_F(ConfigFileReaderTest, SectionsAndAssignments)
     EXPECT_EQ("v", get(r, "s", "k"));
     EXPECT_EQ("<default>", get(r, "s", "x"));
     // Names, keys and values are trimmed; the value is everything after the first "=".
-    EXPECT_EQ("c d", get(r, "other", "a b"));
     EXPECT_EQ("c d", get(r, " other\t", "a b"));
     EXPECT_EQ("<default>", get(r, "other", " a b"));
     EXPECT_EQ("a=b", get(r, "other", "k"));
@@ -95,7 +92,6 @@ TEST_F(ConfigFileReaderTest, SectionsAndAssignments)
     // Exact, case-sensitive names and keys.
     EXPECT_EQ("<default>", get(r, "S", "k"));
     EXPECT_EQ("<default>", get(r, "s", "K"));
-    EXPECT_EQ("<default>", get(r, "missing", "k"));
 
     SIArray<SWCharString> list;
     list.push_back(W("stale"));
@@ -134,9 +130,7 @@ TEST_F(ConfigFileReaderTest, OnlyABracketAtTheStartOfALineStartsASection)
     // A name runs to the next "]", even across lines; an unclosed one to the end.
     ConfigFileReader u = load("[one\ntwo] k=v\nm=n\n[open k=v");
     u.getSections(list);
-    EXPECT_EQ(2u, list.size());
-    EXPECT_EQ("one\ntwo", std::string(N(list[0])));
-    EXPECT_EQ("open k=v", N(list[1]));
+    EXPECT_EQ((Names{"one\ntwo", "open k=v"}), names(list));
     EXPECT_EQ("v", get(u, "one\ntwo", "k"));
     EXPECT_EQ("n", get(u, "one\ntwo", "m"));
     EXPECT_TRUE(u.enumerateSection(W("open k=v"), list));
@@ -148,7 +142,7 @@ TEST_F(ConfigFileReaderTest, DuplicateKeysAndSections)
     ConfigFileReader r = load("[d]\na=1\na=2\nb = 1\nb = 2\nc = 1\nc=2\ne=1\ne = 2\n");
     EXPECT_EQ("1", get(r, "d", "a"));   // written bare: the first stays
     EXPECT_EQ("2", get(r, "d", "b"));   // written with blanks: the last wins
-    EXPECT_EQ("1", get(r, "d", "c"));
+    EXPECT_EQ("1", get(r, "d", "c"));   // a bare one never replaces
     EXPECT_EQ("2", get(r, "d", "e"));
 
     // The last section of a name decides, even without the key.
@@ -231,7 +225,6 @@ TEST_F(ConfigFileReaderTest, CopiesShareSections)
     // Sections are reference counted: a section outlives the readers that held it.
     CSmartRefCountPtr<ConfigFileReader::SectionData> d(
         new ConfigFileReader::SectionData(W("n"), W(" k = v \nb=1\nA=2\nstop\nz=9")));
-    EXPECT_EQ("n", N(d->getSectionName()));
     SWCharString out = W("x");
     EXPECT_TRUE(d->lookup(W("k"), out));
     EXPECT_EQ("v", N(out));

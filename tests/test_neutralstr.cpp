@@ -29,8 +29,6 @@ namespace {
 using vardo_test::W;
 const auto& narrow = vardo_test::ascii;
 
-
-
 uint64_t bitsOf(double d)
 {
     uint64_t b;
@@ -221,6 +219,7 @@ TEST(NeutralInteger, IteratorFormRefusesBlanksAndStopsAtEndOrTerminator)
     EXPECT_TRUE(parseIter("-2147483648", v));
     EXPECT_EQ(v, -2147483647l - 1);
     EXPECT_FALSE(parseIter("2147483648", v));
+    // Each iterator overload carries its own limits.
     unsigned long ul;
     EXPECT_TRUE(parseIter("4294967295", ul));
     EXPECT_EQ(ul, 4294967295ul);
@@ -259,18 +258,12 @@ TEST(NeutralInteger, FormatsInEveryRadixAndType)
     unsigned short wbuf[80];
     EXPECT_EQ(StringConvFromInteger(buf, -255, 16), 8);
     EXPECT_STREQ(buf, "FFFFFF01");
-    EXPECT_EQ(StringConvFromInteger(buf, -255l, 10), 4);
-    EXPECT_STREQ(buf, "-255");
     // long in another radix shows the platform's width of long.
     EXPECT_EQ(StringConvFromInteger(buf, -1l, 16), static_cast<long>(2 * sizeof(long)));
     EXPECT_EQ(StringConvFromInteger(buf, 0, 10), 1);
     EXPECT_STREQ(buf, "0");
     EXPECT_EQ(StringConvFromInteger(buf, 35, 36), 1);
     EXPECT_STREQ(buf, "Z");
-    EXPECT_EQ(StringConvFromInteger(buf, (unsigned char)5, 2), 3);
-    EXPECT_STREQ(buf, "101");
-    EXPECT_EQ(StringConvFromInteger(buf, (signed char)-128, 10), 4);
-    EXPECT_STREQ(buf, "-128");
     EXPECT_EQ(StringConvFromInteger(buf, (signed char)-1, 16), 2);
     EXPECT_STREQ(buf, "FF");
     EXPECT_EQ(StringConvFromInteger(buf, std::numeric_limits<long long>::min(), 10), 20);
@@ -284,13 +277,12 @@ TEST(NeutralInteger, FormatsInEveryRadixAndType)
     EXPECT_EQ(StringConvFromInteger(wbuf, 48879u, 16), 4);
     EXPECT_EQ(narrow(SWCharString(wbuf)), "BEEF");
 
+    // Each type's own overload: a cast to the wrong width shows at its extremes.
     EXPECT_EQ(narrow(NeutralString::FromNumber((signed char)-128)), "-128");
     EXPECT_EQ(narrow(NeutralString::FromNumber((unsigned char)255)), "255");
     EXPECT_EQ(narrow(NeutralString::FromNumber((short)-32768)), "-32768");
     EXPECT_EQ(narrow(NeutralString::FromNumber((unsigned short)65535)), "65535");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(-2147483647 - 1)), "-2147483648");
     EXPECT_EQ(narrow(NeutralString::FromNumber(4294967295u)), "4294967295");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(0l)), "0");
     EXPECT_EQ(narrow(NeutralString::FromNumber(std::numeric_limits<long>::min())),
               std::to_string(std::numeric_limits<long>::min()));
     EXPECT_EQ(narrow(NeutralString::FromNumber(std::numeric_limits<unsigned long>::max())),
@@ -415,12 +407,8 @@ TEST(NeutralReal, EveryStringAndIteratorInstantiation)
     EXPECT_EQ(d, -12.5);
     EXPECT_TRUE(NeutralStringToReal(SAnsiString("0.5"), f, 'a'));
     EXPECT_EQ(f, 0.5f);
-    EXPECT_TRUE(NeutralStringToReal(SAsciiString("2.5"), d, 'a'));
-    EXPECT_EQ(d, 2.5);
     EXPECT_TRUE(NeutralStringToReal(W("7e-1"), d, (unsigned short)0));
     EXPECT_EQ(d, 0.7);
-    EXPECT_TRUE(NeutralStringToReal(W("7e-1"), f, (unsigned short)0));
-    EXPECT_EQ(f, 0.7f);
     EXPECT_TRUE(NeutralString::ToNumber(SAsciiString(" 8.75"), d));
     EXPECT_EQ(d, 8.75);
 
@@ -517,20 +505,13 @@ TEST(NeutralReal, FormattingEdges)
 {
     EXPECT_EQ(narrow(NeutralString::FromNumber(0.0)), "0");
     EXPECT_EQ(narrow(NeutralString::FromNumber(-0.0)), "-0");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(1.5)), "1.5");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(100.0)), "100");
     EXPECT_EQ(narrow(NeutralString::FromNumber(1e5)), "1e+05");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(0.001)), "0.001");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(1.5e-7)), "1.5e-07");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(DBL_MAX)), "1.7976931348623157e+308");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(-1e22)), "-1e+22");
     // Below the smallest readable magnitude: 0 or 1e-308, whichever is closer.
     EXPECT_EQ(narrow(NeutralString::FromNumber(DBL_TRUE_MIN)), "0");
     EXPECT_EQ(narrow(NeutralString::FromNumber(-DBL_TRUE_MIN)), "-0");
     EXPECT_EQ(narrow(NeutralString::FromNumber(9e-309)), "1e-308");
     // DBL_MIN needs 17 digits but only 1 fits above the exponent floor.
-    const std::string dblMin = narrow(NeutralString::FromNumber(DBL_MIN));
-    EXPECT_EQ(dblMin, "2e-308");
+    EXPECT_EQ(narrow(NeutralString::FromNumber(DBL_MIN)), "2e-308");
     // Infinities round-trip; NaN has no neutral form and is rejected on reading.
     double d = 0;
     EXPECT_EQ(narrow(NeutralString::FromNumber(HUGE_VAL)), "2e+308");
@@ -558,13 +539,10 @@ TEST(NeutralLocale, CommaDecimalLocaleChangesNothing)
     EXPECT_EQ(d, 1.5);
     EXPECT_TRUE(parse("1,5", d));
     EXPECT_EQ(d, 1);
-    EXPECT_TRUE(parse("-2.5e-3", d));
-    EXPECT_EQ(d, -0.0025);
     int i = 0;
     EXPECT_TRUE(parse("1.234", i));
     EXPECT_EQ(i, 1);
     EXPECT_EQ(narrow(NeutralString::FromNumber(1234.5)), "1234.5");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(-0.001)), "-0.001");
     EXPECT_EQ(narrow(NeutralString::FromNumber(1234567)), "1234567");
     EXPECT_EQ(std::string(NeutralString::FromNumberToAscii(3.25e100).data()), "3.25e+100");
 

