@@ -333,7 +333,7 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
         appendUtf8(line, message);
         line += "\r\n";
         logger_detail::AppendResult r = logger_detail::appendLine(
-            m_fullPaths[type], line, type == 0 ? kHeader : nullptr, m_nMaxFileSize);
+            m_fullPaths[type], line.data(), line.size(), type == 0 ? kHeader : nullptr, m_nMaxFileSize);
         return r != logger_detail::appendFailed;
     } catch (...) {
         return false;

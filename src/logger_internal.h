@@ -4,6 +4,7 @@
 
 #include "vardo/sstring.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -26,7 +27,7 @@ enum AppendResult {
 // creating the file when missing. When the file has reached maxSize it is first renamed
 // to a free backup name STEM_bakN.EXT. With header, an empty file gets headerLine in
 // front of the line, in the same write. Never throws.
-AppendResult appendLine(const SWCharString& fullName, const std::string& line,
+AppendResult appendLine(const SWCharString& fullName, const char* line, size_t lineSize,
                         const char* headerLine, uint32_t maxSize);
 
 } // namespace logger_detail
