@@ -91,6 +91,25 @@ void appendUtf8(std::string& out, const SWCharString& s)
     out.resize(n == 0xFFFFFFFFu ? at : at + n);
 }
 
+// As appendUtf8; plain ASCII, what nearly every trace is, is copied unit by unit.
+void appendMessage(std::string& out, const SWCharString& s)
+{
+    const unsigned short* p = s.data();
+    const unsigned int n = s.getLength();
+    const size_t at = out.size();
+    out.resize(at + n);
+    char* d = &out[at];
+    unsigned int i = 0;
+    while (i < n && p[i] < 0x80) {
+        d[i] = static_cast<char>(p[i]);
+        ++i;
+    }
+    if (i == n)
+        return;
+    out.resize(at + i);
+    appendUtf8(out, s.mid(i));
+}
+
 void appendDecimal(std::string& out, unsigned long long v)
 {
     char buf[24];
@@ -103,14 +122,14 @@ void appendDecimal(std::string& out, unsigned long long v)
 }
 
 // "PID\tTID": asked of the system once per thread (and again in a forked child).
-void appendIds(std::string& out)
+struct Ids {
+    uint32_t generation = 0;
+    char text[24] = {0};
+    size_t length = 0;
+};
+
+void appendIds(std::string& out, Ids& ids)
 {
-    struct Ids {
-        uint32_t generation = 0;
-        char text[24] = {0};
-        size_t length = 0;
-    };
-    thread_local Ids ids;
     const uint32_t generation = os::processGeneration();
     if (ids.generation != generation) {
         std::string t;
@@ -127,13 +146,14 @@ void appendIds(std::string& out)
 // "Sun Nov 22 17:04:05 2026": the C library's asctime form of the UTC second, built
 // here because asctime and gmtime share static buffers between threads. The text of the
 // last second is kept per thread, since most lines share their second with the one before.
-void appendUtcStamp(std::string& out, const SDateTime& now)
+struct Stamp {
+    int64_t second = -1;
+    char text[32] = {0};
+    size_t length = 0;
+};
+
+void appendUtcStamp(std::string& out, const SDateTime& now, Stamp& last)
 {
-    struct Stamp {
-        int64_t second = -1;
-        char text[32] = {0};
-    };
-    thread_local Stamp last;
     const int64_t second = now.toUnixMillis() / 1000;
     if (second != last.second) {
         static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
@@ -141,12 +161,22 @@ void appendUtcStamp(std::string& out, const SDateTime& now)
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
         int y = 0, mo = 1, d = 1, h = 0, mi = 0, s = 0, ms = 0, dow = 1;
         now.getFields(y, mo, d, h, mi, s, ms, dow, false);
-        std::snprintf(last.text, sizeof last.text, "%.3s %.3s%3d %.2d:%.2d:%.2d %d",
-                      days[(dow + 6) % 7], months[(mo + 11) % 12], d, h, mi, s, y);
+        int n = std::snprintf(last.text, sizeof last.text, "%.3s %.3s%3d %.2d:%.2d:%.2d %d",
+                              days[(dow + 6) % 7], months[(mo + 11) % 12], d, h, mi, s, y);
+        const size_t length = n < 0 ? 0 : static_cast<size_t>(n);
+        last.length = length < sizeof last.text ? length : sizeof last.text - 1;
         last.second = second;
     }
-    out += last.text;
+    out.append(last.text, last.length);
 }
+
+// What a thread keeps from line to line, in one place so that a line finds it with one
+// look-up of the thread's storage.
+struct LineState {
+    std::string line;
+    Stamp stamp;
+    Ids ids;
+};
 
 } // namespace
 
@@ -309,7 +339,8 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
     try {
         SDateTime now = SDateTime::now();
         // One buffer per thread, reused line after line.
-        thread_local std::string line;
+        thread_local LineState state;
+        std::string& line = state.line;
         line.clear();
         char buf[64];
         if (type == 1) {
@@ -321,16 +352,16 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
             line += buf;
         } else {
             line += '[';
-            appendUtcStamp(line, now);
+            appendUtcStamp(line, now, state.stamp);
             line += "]\t";
-            appendIds(line);
+            appendIds(line, state.ids);
             line += '\t';
             if (type == 2)
                 line += "WARNING\t";
             else if (type == 3)
                 line += "SDKREQ\t";
         }
-        appendUtf8(line, message);
+        appendMessage(line, message);
         line += "\r\n";
         logger_detail::AppendResult r = logger_detail::appendLine(
             m_fullPaths[type], line.data(), line.size(), type == 0 ? kHeader : nullptr, m_nMaxFileSize);
