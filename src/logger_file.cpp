@@ -21,8 +21,8 @@
 // opens the name again.
 //
 // A line costs the system four calls: open (append-only, non-inheritable), one seek to
-// the end for the size, the write, close. The name is converted for the system once per
-// thread and kept.
+// the end for the size, the write, close. The caller keeps the name converted for the
+// system (PathCache), once per thread.
 #include "vardo/sfilesys.h"
 #include "vardo/csiprocess.h"
 
@@ -54,34 +54,6 @@ SWCharString ascii(const char* s)
     SWCharString r;
     r.concatFromAscii(s, static_cast<unsigned int>(std::strlen(s)));
     return r;
-}
-
-// The system's form of the log names this thread writes to: a thread writes to at most
-// the four logs of a logger, so four slots almost always hold them. A slot keeps its name
-// (a shared buffer that cannot change under it), so the same buffer means the same name.
-const os::AppendPath& systemPath(const SWCharString& name)
-{
-    struct Slot {
-        SWCharString name;
-        os::AppendPath path;
-    };
-    struct Slots {
-        Slot slot[4];
-        unsigned int next = 0;
-    };
-    thread_local Slots cache;
-    for (Slot& s : cache.slot)
-        if (s.name.data() == name.data() && !s.name.isEmpty())
-            return s.path;
-    for (Slot& s : cache.slot)
-        if (!s.name.isEmpty() && s.name == name) {
-            s.name = name;   // share the caller's buffer from now on
-            return s.path;
-        }
-    Slot& s = cache.slot[cache.next++ % 4];
-    s.path = os::AppendPath(name);
-    s.name = name;
-    return s.path;
 }
 
 // An open log file, closed when it goes.
@@ -204,15 +176,31 @@ RotateResult rotate(LogFd& f, const SWCharString& name)
 
 } // namespace
 
-AppendResult appendLine(const SWCharString& fullName, const char* line, size_t lineSize,
-                        const char* headerLine, uint32_t maxSize)
+const os::AppendPath& PathCache::get(const SWCharString& name)
+{
+    for (unsigned int i = 0; i < 4; ++i)
+        if (m_names[i].data() == name.data() && !name.isEmpty())
+            return m_paths[i];
+    for (unsigned int i = 0; i < 4; ++i)
+        if (!name.isEmpty() && m_names[i] == name) {
+            m_names[i] = name;   // share the caller's buffer from now on
+            return m_paths[i];
+        }
+    const unsigned int i = m_next++ % 4;
+    m_paths[i] = os::AppendPath(name);
+    m_names[i] = name;
+    return m_paths[i];
+}
+
+AppendResult appendLine(const SWCharString& fullName, const os::AppendPath& path,
+                        const char* line, size_t lineSize, const char* headerLine,
+                        uint32_t maxSize)
 {
     try {
         AppendResult result = appendWritten;
         bool mayRotate = true;
         bool justRotated = false;
         const int64_t max = maxSize;
-        const os::AppendPath& path = systemPath(fullName);
         os::AppendNameLock nameLock(fullName);
         for (int round = 0; round < kReopenRounds; ++round) {
             LogFd f;
