@@ -27,7 +27,6 @@
 #include "vardo/csiprocess.h"
 
 #include "logger_internal.h"
-#include "os/os_file.h"
 #include "os/os_logappend.h"
 
 #include <atomic>
@@ -73,8 +72,7 @@ public:
     void close()
     {
         if (m_fd >= 0) {
-            os::OsError err;
-            os::fileClose(m_fd, err);
+            os::appendClose(m_fd);
             m_fd = -1;
         }
     }
@@ -132,20 +130,6 @@ void splitExtension(const SWCharString& name, SWCharString& stem, SWCharString& 
     }
     stem = name.left(dot);
     ext = name.mid(dot);
-}
-
-bool writeAll(int fd, const char* data, size_t size)
-{
-    while (size > 0) {
-        unsigned int chunk = size > 0x40000000u ? 0x40000000u : static_cast<unsigned int>(size);
-        os::OsError err;
-        int n = os::fileWrite(fd, data, chunk, err);
-        if (n <= 0)
-            return false;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
 }
 
 enum RotateResult { rotated, noFreeName, notRotated };
@@ -233,9 +217,9 @@ AppendResult appendLine(const SWCharString& fullName, const os::AppendPath& path
             if (size == 0 && headerLine) {
                 std::string bytes(headerLine);
                 bytes.append(line, lineSize);
-                if (!writeAll(f.get(), bytes.data(), bytes.size()))
+                if (!os::appendWrite(f.get(), bytes.data(), bytes.size()))
                     return appendFailed;
-            } else if (!writeAll(f.get(), line, lineSize)) {
+            } else if (!os::appendWrite(f.get(), line, lineSize)) {
                 return appendFailed;
             }
             return result;

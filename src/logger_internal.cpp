@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 namespace Vardo400 {
@@ -157,10 +158,13 @@ struct Stamp {
     size_t length = 0;
 };
 
-void appendUtcStamp(std::string& out, const SDateTime& now, Stamp& last)
+void appendUtcStamp(std::string& out, Stamp& last)
 {
-    const int64_t second = now.toUnixMillis() / 1000;
+    // The stamp shows whole seconds: the C library's seconds clock, what asctime(gmtime(
+    // time())) shows, costs less than the millisecond clock.
+    const int64_t second = static_cast<int64_t>(std::time(nullptr));
     if (second != last.second) {
+        const SDateTime now = SDateTime::fromUnixMillis(second * 1000);
         static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
         static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -343,7 +347,6 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
     if (m_paths[type].isEmpty() || m_nMaxFileSize == 0)
         return false;
     try {
-        SDateTime now = SDateTime::now();
         // One buffer per thread, reused line after line.
         thread_local LineState tls;
         LineState& state = tls;
@@ -351,6 +354,7 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
         line.clear();
         char buf[64];
         if (type == 1) {
+            const SDateTime now = SDateTime::now();
             int y = 0, mo = 1, d = 1, h = 0, mi = 0, s = 0, ms = 0;
             now.getFields(y, mo, d, h, mi, s, ms, true);
             const long long since2000 = now.toUnixMillis() - 946684800000LL;
@@ -359,7 +363,7 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
             line += buf;
         } else {
             line += '[';
-            appendUtcStamp(line, now, state.stamp);
+            appendUtcStamp(line, state.stamp);
             line += "]\t";
             appendIds(line, state.ids);
             line += '\t';

@@ -58,6 +58,13 @@ int appendOpen(const AppendPath& path, bool create, int64_t& size);
 // Where the file of fd ends now, or -1 with errno.
 int64_t appendEnd(int fd);
 
+// Writes all of data to fd, in as few writes as the system allows. False (errno set) when
+// a write fails or takes nothing.
+bool appendWrite(int fd, const char* data, size_t size);
+
+// Closes a descriptor from appendOpen.
+void appendClose(int fd);
+
 // Blocks until fd holds the exclusive append lock of its file, against every other
 // descriptor of the file in this process or another. Closing the descriptor releases
 // it. False (errno set) when the platform refuses the lock; the caller then appends

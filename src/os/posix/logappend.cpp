@@ -98,6 +98,33 @@ int64_t appendEnd(int fd)
     return static_cast<int64_t>(::lseek(fd, 0, SEEK_END));
 }
 
+bool appendWrite(int fd, const char* data, size_t size)
+{
+    OsError injected;
+    if (faultFires(faultFileWrite, injected)) {
+        errno = injected.crtNumber();
+        return false;
+    }
+    while (size > 0) {
+        const ssize_t n = ::write(fd, data, size);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+void appendClose(int fd)
+{
+    ::close(fd);   // never retried: the descriptor is gone even when close reports EINTR
+}
+
 bool appendLock(int fd)
 {
     for (;;) {

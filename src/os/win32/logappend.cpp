@@ -139,6 +139,32 @@ int64_t appendEnd(int fd)
     return static_cast<int64_t>(::_lseeki64(fd, 0, SEEK_END));
 }
 
+bool appendWrite(int fd, const char* data, size_t size)
+{
+    OsError injected;
+    if (faultFires(faultFileWrite, injected)) {
+        errno = injected.crtNumber();
+        return false;
+    }
+    while (size > 0) {
+        const unsigned int chunk = size > 0x40000000u ? 0x40000000u : static_cast<unsigned int>(size);
+        const int n = ::_write(fd, data, chunk);
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+void appendClose(int fd)
+{
+    ::_close(fd);
+}
+
 bool appendLock(int fd)
 {
     HANDLE h = osHandle(fd);
