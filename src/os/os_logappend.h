@@ -1,4 +1,5 @@
-// Appends to log files that several processes share: an exclusive append lock on an open
+// Appends to log files that several processes share: an append-only open that also tells
+// the size, the write and close of each line, an exclusive append lock on an open
 // descriptor, a test whether a descriptor still is the file its name leads to, and a
 // rename that never replaces an existing file. Not installed.
 #ifndef VARDO_OS_LOGAPPEND_H
@@ -48,7 +49,7 @@ private:
 };
 
 // Opens path for appending: write-only, binary, non-inheritable, no sharing restriction,
-// owner read/write permission bits; with create the file is made when missing. Answers
+// owner read/write/execute permission bits (Windows keeps read/write); with create the file is made when missing. Answers
 // the descriptor and, in size, where the file ends (the position an append would take);
 // -1 with errno (C run-time numbers: ENOENT missing, EACCES refused, ...) otherwise. It
 // makes no other call: a directory is refused by the system itself, since it is never
