@@ -92,8 +92,8 @@ void appendUtf8(std::string& out, const SWCharString& s)
     out.resize(n == 0xFFFFFFFFu ? at : at + n);
 }
 
-// As appendUtf8; plain ASCII, what nearly every trace is, is narrowed in one plain pass
-// (two loops without early exits, which the compiler turns into vector code).
+// As appendUtf8; plain ASCII, what nearly every trace is, is tested and then narrowed in
+// two plain loops without early exits, skipping the conversion's length pass.
 void appendMessage(std::string& out, const SWCharString& s)
 {
     const unsigned short* p = s.data();
