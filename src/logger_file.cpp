@@ -19,7 +19,10 @@
 // A writer that opened the file just before another writer rotated it holds the renamed
 // file: after taking the lock it sees a full file that its name no longer leads to, and
 // opens the name again.
-#include "vardo/sfile.h"
+//
+// A line costs the system four calls: open (append-only, non-inheritable), one seek to
+// the end for the size, the write, close. The caller keeps the name converted for the
+// system (PathCache), once per thread.
 #include "vardo/sfilesys.h"
 #include "vardo/csiprocess.h"
 
@@ -52,31 +55,57 @@ SWCharString ascii(const char* s)
     return r;
 }
 
-// Opens f for appending, without creating at first. An access-denied failure gives up
-// at once; a missing file makes the later attempts create it; anything else is retried
+// An open log file, closed when it goes.
+class LogFd {
+public:
+    LogFd() = default;
+    ~LogFd() { close(); }
+    LogFd(const LogFd&) = delete;
+    LogFd& operator=(const LogFd&) = delete;
+    void reset(int fd)
+    {
+        close();
+        m_fd = fd;
+    }
+    int get() const { return m_fd; }
+    bool isOpen() const { return m_fd >= 0; }
+    void close()
+    {
+        if (m_fd >= 0) {
+            os::appendClose(m_fd);
+            m_fd = -1;
+        }
+    }
+
+private:
+    int m_fd = -1;
+};
+
+// Opens the log for appending, without creating at first. A refused access gives up at
+// once; a missing file makes the later attempts create it; anything else is retried
 // after a short sleep. Someone else creating the file between our attempts is not a
 // failure: the attempt after that appends to it.
-bool openForAppend(SFile& f, const SWCharString& name, bool createNow)
+bool openForAppend(LogFd& f, const SWCharString& name, const os::AppendPath& path, bool createNow,
+                   int64_t& size)
 {
     bool create = createNow;
     for (int attempt = 1; attempt <= kOpenAttempts; ++attempt) {
-        try {
-            int flags = SFile::writeOnly | SFile::append;
-            flags |= create ? SFile::create : SFile::exclusive;
-            f.open(flags, SFile::ownerRWXMask, SFile::denyNothing);
+        const int fd = os::appendOpen(path, create, size);
+        if (fd >= 0) {
+            f.reset(fd);
             return true;
-        } catch (const SFileException& e) {
-            if (e.DetailCode() == SFileException::accessDenied)
-                return false;
-            if (e.DetailCode() == SFileException::fileNotFound) {
-                // Creating fails the same way when the folder itself is missing.
-                if (create) {
-                    SWCharString dir = GetParentLevelDir(name, SFileSys::getSeparator());
-                    if (!dir.isEmpty() && !SFileSys::isDir(dir))
-                        return false;
-                }
-                create = true;
+        }
+        const int e = errno;
+        if (e == EACCES)
+            return false;
+        if (e == ENOENT) {
+            // Creating fails the same way when the folder itself is missing.
+            if (create) {
+                SWCharString dir = GetParentLevelDir(name, SFileSys::getSeparator());
+                if (!dir.isEmpty() && !SFileSys::isDir(dir))
+                    return false;
             }
+            create = true;
         }
         if (attempt < kOpenAttempts)
             CSIProcess::MilliSleep(kOpenRetryMs);
@@ -103,25 +132,12 @@ void splitExtension(const SWCharString& name, SWCharString& stem, SWCharString& 
     ext = name.mid(dot);
 }
 
-bool writeAll(SFile& f, const char* data, size_t size)
-{
-    while (size > 0) {
-        unsigned int chunk = size > 0x40000000u ? 0x40000000u : static_cast<unsigned int>(size);
-        int n = f.write(data, chunk);
-        if (n <= 0)
-            return false;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 enum RotateResult { rotated, noFreeName, notRotated };
 
 // Renames the full file (open in f, lock held) to the next free backup name. Where the
 // platform refuses to rename an open file, f is closed first; if the rename still fails
 // the caller starts over on the current name.
-RotateResult rotate(SFile& f, const SWCharString& name)
+RotateResult rotate(LogFd& f, const SWCharString& name)
 {
     SWCharString stem, ext;
     splitExtension(name, stem, ext);
@@ -130,7 +146,7 @@ RotateResult rotate(SFile& f, const SWCharString& name)
         std::snprintf(number, sizeof number, "%u", g_backupNumber.fetch_add(1));
         SWCharString backup = stem + ascii("_bak") + ascii(number) + ext;
         int rc = os::renameNoReplace(name, backup);
-        if (rc != 0 && errno == EBUSY && f.isOpened()) {
+        if (rc != 0 && errno == EBUSY && f.isOpen()) {
             f.close();
             rc = os::renameNoReplace(name, backup);
         }
@@ -144,8 +160,25 @@ RotateResult rotate(SFile& f, const SWCharString& name)
 
 } // namespace
 
-AppendResult appendLine(const SWCharString& fullName, const std::string& line,
-                        const char* headerLine, uint32_t maxSize)
+const os::AppendPath& PathCache::get(const SWCharString& name)
+{
+    for (unsigned int i = 0; i < 4; ++i)
+        if (m_names[i].data() == name.data() && !name.isEmpty())
+            return m_paths[i];
+    for (unsigned int i = 0; i < 4; ++i)
+        if (!name.isEmpty() && m_names[i] == name) {
+            m_names[i] = name;   // share the caller's buffer from now on
+            return m_paths[i];
+        }
+    const unsigned int i = m_next++ % 4;
+    m_paths[i] = os::AppendPath(name);
+    m_names[i] = name;
+    return m_paths[i];
+}
+
+AppendResult appendLine(const SWCharString& fullName, const os::AppendPath& path,
+                        const char* line, size_t lineSize, const char* headerLine,
+                        uint32_t maxSize)
 {
     try {
         AppendResult result = appendWritten;
@@ -154,18 +187,20 @@ AppendResult appendLine(const SWCharString& fullName, const std::string& line,
         const int64_t max = maxSize;
         os::AppendNameLock nameLock(fullName);
         for (int round = 0; round < kReopenRounds; ++round) {
-            SFile f(fullName);
-            if (!openForAppend(f, fullName, justRotated))
+            LogFd f;
+            int64_t size = 0;
+            if (!openForAppend(f, fullName, path, justRotated, size))
                 return appendFailed;
-            int64_t size = f.seekEx(SFile::seekEnd, 0);
             // A line into a file that is neither empty nor full needs no decision, and
             // where appends are atomic it needs no lock either.
             if (!os::appendIsAtomic() || size == 0 || (size >= max && mayRotate)) {
-                os::appendLock(f.getFd());
-                size = f.seekEx(SFile::seekEnd, 0);
+                os::appendLock(f.get());
+                size = os::appendEnd(f.get());
+                if (size < 0)
+                    return appendFailed;
             }
             if (size >= max && mayRotate) {
-                if (!os::appendIsCurrent(f.getFd(), fullName))
+                if (!os::appendIsCurrent(f.get(), fullName))
                     continue;   // rotated away by another writer: open the name again
                 RotateResult r = rotate(f, fullName);
                 if (r == rotated) {
@@ -176,18 +211,17 @@ AppendResult appendLine(const SWCharString& fullName, const std::string& line,
                 mayRotate = false;
                 if (r == noFreeName)
                     result = appendOverSize;
-                if (!f.isOpened())
+                if (!f.isOpen())
                     continue;   // closed for a refused rename: open the name again
             }
             if (size == 0 && headerLine) {
                 std::string bytes(headerLine);
-                bytes += line;
-                if (!writeAll(f, bytes.data(), bytes.size()))
+                bytes.append(line, lineSize);
+                if (!os::appendWrite(f.get(), bytes.data(), bytes.size()))
                     return appendFailed;
-            } else if (!writeAll(f, line.data(), line.size())) {
+            } else if (!os::appendWrite(f.get(), line, lineSize)) {
                 return appendFailed;
             }
-            f.close();
             return result;
         }
         return appendFailed;

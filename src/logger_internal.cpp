@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 namespace Vardo400 {
@@ -91,6 +92,30 @@ void appendUtf8(std::string& out, const SWCharString& s)
     out.resize(n == 0xFFFFFFFFu ? at : at + n);
 }
 
+// As appendUtf8; plain ASCII, what nearly every trace is, is tested and then narrowed in
+// two plain loops without early exits, skipping the conversion's length pass.
+void appendMessage(std::string& out, const SWCharString& s)
+{
+    const unsigned short* p = s.data();
+    const unsigned int n = s.getLength();
+    unsigned int high = 0;
+    for (unsigned int i = 0; i < n; ++i)
+        high |= p[i];
+    if (high >= 0x80) {
+        appendUtf8(out, s);
+        return;
+    }
+    char chunk[256];
+    for (unsigned int done = 0; done < n;) {
+        const unsigned int k =
+            n - done < sizeof chunk ? n - done : static_cast<unsigned int>(sizeof chunk);
+        for (unsigned int i = 0; i < k; ++i)
+            chunk[i] = static_cast<char>(p[done + i]);
+        out.append(chunk, k);
+        done += k;
+    }
+}
+
 void appendDecimal(std::string& out, unsigned long long v)
 {
     char buf[24];
@@ -103,14 +128,14 @@ void appendDecimal(std::string& out, unsigned long long v)
 }
 
 // "PID\tTID": asked of the system once per thread (and again in a forked child).
-void appendIds(std::string& out)
+struct Ids {
+    uint32_t generation = 0;
+    char text[24] = {0};
+    size_t length = 0;
+};
+
+void appendIds(std::string& out, Ids& ids)
 {
-    struct Ids {
-        uint32_t generation = 0;
-        char text[24] = {0};
-        size_t length = 0;
-    };
-    thread_local Ids ids;
     const uint32_t generation = os::processGeneration();
     if (ids.generation != generation) {
         std::string t;
@@ -127,26 +152,41 @@ void appendIds(std::string& out)
 // "Sun Nov 22 17:04:05 2026": the C library's asctime form of the UTC second, built
 // here because asctime and gmtime share static buffers between threads. The text of the
 // last second is kept per thread, since most lines share their second with the one before.
-void appendUtcStamp(std::string& out, const SDateTime& now)
+struct Stamp {
+    int64_t second = -1;
+    char text[32] = {0};
+    size_t length = 0;
+};
+
+void appendUtcStamp(std::string& out, Stamp& last)
 {
-    struct Stamp {
-        int64_t second = -1;
-        char text[32] = {0};
-    };
-    thread_local Stamp last;
-    const int64_t second = now.toUnixMillis() / 1000;
+    // The stamp shows whole seconds: the C library's seconds clock, what asctime(gmtime(
+    // time())) shows, costs less than the millisecond clock.
+    const int64_t second = static_cast<int64_t>(std::time(nullptr));
     if (second != last.second) {
+        const SDateTime now = SDateTime::fromUnixMillis(second * 1000);
         static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
         static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
         int y = 0, mo = 1, d = 1, h = 0, mi = 0, s = 0, ms = 0, dow = 1;
         now.getFields(y, mo, d, h, mi, s, ms, dow, false);
-        std::snprintf(last.text, sizeof last.text, "%.3s %.3s%3d %.2d:%.2d:%.2d %d",
-                      days[(dow + 6) % 7], months[(mo + 11) % 12], d, h, mi, s, y);
+        int n = std::snprintf(last.text, sizeof last.text, "%.3s %.3s%3d %.2d:%.2d:%.2d %d",
+                              days[(dow + 6) % 7], months[(mo + 11) % 12], d, h, mi, s, y);
+        const size_t length = n < 0 ? 0 : static_cast<size_t>(n);
+        last.length = length < sizeof last.text ? length : sizeof last.text - 1;
         last.second = second;
     }
-    out += last.text;
+    out.append(last.text, last.length);
 }
+
+// What a thread keeps from line to line, in one place so that a line finds it with one
+// look-up of the thread's storage.
+struct LineState {
+    std::string line;
+    Stamp stamp;
+    Ids ids;
+    logger_detail::PathCache paths;
+};
 
 } // namespace
 
@@ -307,12 +347,14 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
     if (m_paths[type].isEmpty() || m_nMaxFileSize == 0)
         return false;
     try {
-        SDateTime now = SDateTime::now();
         // One buffer per thread, reused line after line.
-        thread_local std::string line;
+        thread_local LineState tls;
+        LineState& state = tls;
+        std::string& line = state.line;
         line.clear();
         char buf[64];
         if (type == 1) {
+            const SDateTime now = SDateTime::now();
             int y = 0, mo = 1, d = 1, h = 0, mi = 0, s = 0, ms = 0;
             now.getFields(y, mo, d, h, mi, s, ms, true);
             const long long since2000 = now.toUnixMillis() - 946684800000LL;
@@ -321,19 +363,21 @@ bool InternalLogger::Trace(int type, const SWCharString& message)
             line += buf;
         } else {
             line += '[';
-            appendUtcStamp(line, now);
+            appendUtcStamp(line, state.stamp);
             line += "]\t";
-            appendIds(line);
+            appendIds(line, state.ids);
             line += '\t';
             if (type == 2)
                 line += "WARNING\t";
             else if (type == 3)
                 line += "SDKREQ\t";
         }
-        appendUtf8(line, message);
+        appendMessage(line, message);
         line += "\r\n";
-        logger_detail::AppendResult r = logger_detail::appendLine(
-            m_fullPaths[type], line, type == 0 ? kHeader : nullptr, m_nMaxFileSize);
+        const SWCharString& name = m_fullPaths[type];
+        logger_detail::AppendResult r =
+            logger_detail::appendLine(name, state.paths.get(name), line.data(), line.size(),
+                                      type == 0 ? kHeader : nullptr, m_nMaxFileSize);
         return r != logger_detail::appendFailed;
     } catch (...) {
         return false;

@@ -460,17 +460,24 @@ bool SLogger::Trace(int type, const SWCharString& message)
     try {
         const uint32_t word = g_word.load(std::memory_order_acquire);
         static const char* const prefixes[] = {"", "REQUEST: ", "WARNING: ", "SDKREQ: "};
-        SWCharString general;
-        if (type != 0 && (word & kTraceGeneral))
-            general = text(prefixes[type]) + message;
-        for (LoggerMap::iterator it = s.loggers.begin(); it != s.loggers.end(); ++it) {
-            ILogger* logger = it->second.get();
-            if (!logger->IsActive())
-                continue;
-            if ((word & traceBit(type)) || type == 0)
-                logger->Trace(type, message);
-            if (type != 0 && (word & kTraceGeneral))
+        const bool own = (word & traceBit(type)) || type == 0;
+        if (type == 0 || !(word & kTraceGeneral)) {
+            // The common case, a general trace: no copy of the message for the main log.
+            for (LoggerMap::iterator it = s.loggers.begin(); it != s.loggers.end(); ++it) {
+                ILogger* logger = it->second.get();
+                if (own && logger->IsActive())
+                    logger->Trace(type, message);
+            }
+        } else {
+            const SWCharString general = text(prefixes[type]) + message;
+            for (LoggerMap::iterator it = s.loggers.begin(); it != s.loggers.end(); ++it) {
+                ILogger* logger = it->second.get();
+                if (!logger->IsActive())
+                    continue;
+                if (own)
+                    logger->Trace(type, message);
                 logger->Trace(0, general);
+            }
         }
     } catch (...) {
     }

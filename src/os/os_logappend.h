@@ -1,10 +1,13 @@
-// Appends to log files that several processes share: an exclusive append lock on an open
+// Appends to log files that several processes share: an append-only open that also tells
+// the size, the write and close of each line, an exclusive append lock on an open
 // descriptor, a test whether a descriptor still is the file its name leads to, and a
 // rename that never replaces an existing file. Not installed.
 #ifndef VARDO_OS_LOGAPPEND_H
 #define VARDO_OS_LOGAPPEND_H
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace Vardo400 {
 
@@ -29,6 +32,39 @@ public:
 private:
     void* m_handle;
 };
+
+// A log file's name as the system takes it, converted once and kept for line after line:
+// POSIX holds the UTF-8 bytes, Windows the UTF-16 text of the name itself.
+class AppendPath {
+public:
+    AppendPath() = default;
+    explicit AppendPath(const SWCharString& path);
+    // False when the name cannot be given to the system (empty, not convertible).
+    bool valid() const { return m_valid; }
+    const std::string& native() const { return m_native; }
+
+private:
+    std::string m_native;
+    bool m_valid = false;
+};
+
+// Opens path for appending: write-only, binary, non-inheritable, no sharing restriction,
+// owner read/write/execute permission bits (Windows keeps read/write); with create the file is made when missing. Answers
+// the descriptor and, in size, where the file ends (the position an append would take);
+// -1 with errno (C run-time numbers: ENOENT missing, EACCES refused, ...) otherwise. It
+// makes no other call: a directory is refused by the system itself, since it is never
+// opened for writing.
+int appendOpen(const AppendPath& path, bool create, int64_t& size);
+
+// Where the file of fd ends now, or -1 with errno.
+int64_t appendEnd(int fd);
+
+// Writes all of data to fd, in as few writes as the system allows. False (errno set) when
+// a write fails or takes nothing.
+bool appendWrite(int fd, const char* data, size_t size);
+
+// Closes a descriptor from appendOpen.
+void appendClose(int fd);
 
 // Blocks until fd holds the exclusive append lock of its file, against every other
 // descriptor of the file in this process or another. Closing the descriptor releases

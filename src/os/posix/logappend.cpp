@@ -2,6 +2,7 @@
 // with descriptors of their own exclude each other as processes do), inode identity,
 // and renameat2 with RENAME_NOREPLACE (link and unlink where the file system lacks it).
 #include "os/os_logappend.h"
+#include "os/os_faults.h"
 
 #include "vardo/sstring.h"
 
@@ -56,6 +57,73 @@ struct ForkWatch {
 #endif
 
 } // namespace
+
+AppendPath::AppendPath(const SWCharString& path)
+{
+    m_valid = utf8Path(path, m_native);
+}
+
+int appendOpen(const AppendPath& path, bool create, int64_t& size)
+{
+    OsError injected;
+    if (faultFires(faultFileOpen, injected)) {
+        errno = injected.crtNumber();
+        return -1;
+    }
+    if (!path.valid()) {
+        errno = EINVAL;
+        return -1;
+    }
+    int flags = O_WRONLY | O_APPEND | O_CLOEXEC | (create ? O_CREAT : 0);
+    int fd;
+    do {
+        fd = ::open(path.native().c_str(), flags, 0700);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0)
+        return -1;
+    // The end of an append-only descriptor: one cheap call, no status record.
+    const off_t end = ::lseek(fd, 0, SEEK_END);
+    if (end < 0) {
+        const int e = errno;
+        ::close(fd);
+        errno = e;
+        return -1;
+    }
+    size = static_cast<int64_t>(end);
+    return fd;
+}
+
+int64_t appendEnd(int fd)
+{
+    return static_cast<int64_t>(::lseek(fd, 0, SEEK_END));
+}
+
+bool appendWrite(int fd, const char* data, size_t size)
+{
+    OsError injected;
+    if (faultFires(faultFileWrite, injected)) {
+        errno = injected.crtNumber();
+        return false;
+    }
+    while (size > 0) {
+        const ssize_t n = ::write(fd, data, size);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+void appendClose(int fd)
+{
+    ::close(fd);   // never retried: the descriptor is gone even when close reports EINTR
+}
 
 bool appendLock(int fd)
 {

@@ -3,6 +3,7 @@
 // MoveFileExW without MOVEFILE_REPLACE_EXISTING. Windows refuses to rename a file that
 // any handle holds open; that is reported as EBUSY so the caller can close and retry.
 #include "os/os_logappend.h"
+#include "os/os_faults.h"
 
 #include "vardo/sstring.h"
 
@@ -12,7 +13,10 @@
 #include <cwctype>
 #include <string>
 
+#include <fcntl.h>
 #include <io.h>
+#include <share.h>
+#include <sys/stat.h>
 #include <windows.h>
 
 namespace Vardo400 {
@@ -91,6 +95,74 @@ AppendNameLock::~AppendNameLock()
         ::ReleaseMutex(static_cast<HANDLE>(m_handle));
         ::CloseHandle(static_cast<HANDLE>(m_handle));
     }
+}
+
+AppendPath::AppendPath(const SWCharString& path)
+{
+    // The UTF-16 units and their terminator, kept as bytes.
+    const unsigned int n = path.getLength();
+    m_valid = n > 0;
+    if (m_valid)
+        m_native.assign(reinterpret_cast<const char*>(path.data()),
+                        (static_cast<size_t>(n) + 1) * sizeof(unsigned short));
+}
+
+int appendOpen(const AppendPath& path, bool create, int64_t& size)
+{
+    OsError injected;
+    if (faultFires(faultFileOpen, injected)) {
+        errno = injected.crtNumber();
+        return -1;
+    }
+    if (!path.valid()) {
+        errno = EINVAL;
+        return -1;
+    }
+    const int flags = _O_WRONLY | _O_APPEND | _O_BINARY | _O_NOINHERIT | (create ? _O_CREAT : 0);
+    const int fd = ::_wsopen(reinterpret_cast<const wchar_t*>(path.native().data()), flags,
+                             _SH_DENYNO, _S_IREAD | _S_IWRITE);
+    if (fd < 0)
+        return -1;
+    const int64_t end = ::_lseeki64(fd, 0, SEEK_END);
+    if (end < 0) {
+        const int e = errno;
+        ::_close(fd);
+        errno = e;
+        return -1;
+    }
+    size = end;
+    return fd;
+}
+
+int64_t appendEnd(int fd)
+{
+    return static_cast<int64_t>(::_lseeki64(fd, 0, SEEK_END));
+}
+
+bool appendWrite(int fd, const char* data, size_t size)
+{
+    OsError injected;
+    if (faultFires(faultFileWrite, injected)) {
+        errno = injected.crtNumber();
+        return false;
+    }
+    while (size > 0) {
+        const unsigned int chunk = size > 0x40000000u ? 0x40000000u : static_cast<unsigned int>(size);
+        const int n = ::_write(fd, data, chunk);
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+void appendClose(int fd)
+{
+    ::_close(fd);
 }
 
 bool appendLock(int fd)
