@@ -383,8 +383,9 @@ TEST_F(SLoggerTest, ReadOnlyDeletedAndFullFiles)
     EXPECT_EQ(kHeader, l[0]);
 
     // A full disk: the write fails, the line is dropped, the next one is written.
-    if (vardo_test::injectFault(vardo_test::Fault::write, ENOSPC, 0))
+    if (vardo_test::injectFault(vardo_test::Fault::write, ENOSPC, 0)) {
         EXPECT_FALSE(logger->Trace(0, W("lost")));
+    }
     EXPECT_TRUE(logger->Trace(0, W("three")));
     l = lines("main.log");
     ASSERT_EQ(3u, l.size());
