@@ -58,6 +58,10 @@ inline int hexDigit(unsigned short c)
 void appendTextBytes(const unsigned short* text, size_t units, std::vector<unsigned char>& out);
 // REG_SZ bytes as text, up to the first zero unit (a value may lack its terminator).
 SWCharString textFromBytes(const unsigned char* data, uint32_t size);
+// The same into out, reusing the room out has when it is its only owner.
+void assignTextFromBytes(const unsigned char* data, uint32_t size, SWCharString& out);
+// v as unsigned decimal text into out, reusing its room likewise.
+void assignDecimal(uint64_t v, SWCharString& out);
 
 } // namespace regvalue
 } // namespace Vardo400

@@ -45,6 +45,8 @@ struct RegName {
 void regUtf16ToUtf8(const unsigned short* s, size_t units, std::string& out, bool fold);
 // UTF-8 (as the store writes it) back to UTF-16; invalid bytes become U+FFFD.
 SWCharString regUtf8ToUtf16(const char* s, size_t bytes);
+// The same into out, reusing the room out has when it is its only owner.
+void regAssignUtf8(const char* s, size_t bytes, SWCharString& out);
 // The store's case fold of one UTF-16 unit.
 unsigned short regFoldUnit(unsigned short c);
 
