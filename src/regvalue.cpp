@@ -2,6 +2,7 @@
 #include "regvalue.h"
 #include "utfcore.h"
 
+#include <cstring>
 #include <new>
 
 namespace Vardo400 {
@@ -35,21 +36,21 @@ void appendTextBytes(const unsigned short* text, size_t units, std::vector<unsig
 
 void assignTextFromBytes(const unsigned char* data, uint32_t size, SWCharString& out)
 {
-    uint32_t units = size / 2;
-    uint32_t n = 0;
-    while (n < units && (data[2 * n] | data[2 * n + 1]) != 0)
-        ++n;
-    if (n == 0) {
-        out.empty();
-        return;
-    }
+    const uint32_t units = size / 2;
     utf::TempArray<unsigned short> tmp;
-    unsigned short* p = tmp.allocate(static_cast<size_t>(n) + 1);
+    unsigned short* p = tmp.allocate(static_cast<size_t>(units) + 1);
     if (!p)
         throw std::bad_alloc();
-    utf::bytesToUtf16(data, n, p, false);
-    p[n] = 0;
-    out = p;   // stops at the terminator placed above: n units hold no zero
+    // On a little-endian host the value's UTF-16LE bytes are already its units.
+    const uint16_t one = 1;
+    unsigned char low = 0;
+    std::memcpy(&low, &one, 1);
+    if (low == 1)
+        std::memcpy(p, data, static_cast<size_t>(units) * 2);
+    else
+        utf::bytesToUtf16(data, units, p, false);
+    p[units] = 0;
+    out = p;   // up to the first zero unit: the value's own terminator, else the one above
 }
 
 SWCharString textFromBytes(const unsigned char* data, uint32_t size)

@@ -5,6 +5,7 @@
 #include "os/posix/regstore.h"
 #include "utfcore.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -190,8 +191,26 @@ struct HandleTable {
     std::mutex mutex;
     std::unordered_map<uintptr_t, std::unique_ptr<PosixKey>> keys;
     bool alive = true;
-    ~HandleTable() { alive = false; }
+    // Counts the handles closed so far (bumped under the mutex), so that a thread's memo
+    // of the handle it looked up last is known stale once any handle has gone.
+    std::atomic<uint64_t> closed{0};
+    ~HandleTable()
+    {
+        alive = false;
+        closed.fetch_add(1);
+    }
 };
+
+// The handle this thread looked up last. A listing asks for the same handle once per
+// entry; the memo spares those calls the table's lock and lookup. It is valid while no
+// handle has been closed since, and a handle is used by one thread at a time, so the
+// key it names cannot go while it is in use.
+struct HandleMemo {
+    RegKeyHandle handle = 0;
+    PosixKey* key = 0;
+    uint64_t closed = 0;
+};
+thread_local HandleMemo t_handleMemo;
 
 HandleTable& handles()
 {
@@ -237,13 +256,21 @@ int32_t resolve(RegKeyHandle h, uint32_t need, Target& t)
         t.access = RegKeyAllAccess;
     } else {
         HandleTable& table = handles();
-        std::lock_guard<std::mutex> lock(table.mutex);
-        if (!table.alive || !h)
-            return RegInvalidHandle;
-        auto it = table.keys.find(reinterpret_cast<uintptr_t>(h));
-        if (it == table.keys.end())
-            return RegInvalidHandle;
-        t.key = it->second.get();
+        HandleMemo& memo = t_handleMemo;
+        if (h && h == memo.handle && table.closed.load(std::memory_order_acquire) == memo.closed) {
+            t.key = memo.key;
+        } else {
+            std::lock_guard<std::mutex> lock(table.mutex);
+            if (!table.alive || !h)
+                return RegInvalidHandle;
+            auto it = table.keys.find(reinterpret_cast<uintptr_t>(h));
+            if (it == table.keys.end())
+                return RegInvalidHandle;
+            t.key = it->second.get();
+            memo.handle = h;
+            memo.key = t.key;
+            memo.closed = table.closed.load(std::memory_order_relaxed);
+        }
         t.store = t.key->store.get();
         t.id = t.key->id;
         t.access = t.key->access;
@@ -378,6 +405,7 @@ int32_t regCloseKey(RegKeyHandle key)
         return RegInvalidHandle;
     doomed = std::move(it->second);
     t.keys.erase(it);
+    t.closed.fetch_add(1, std::memory_order_release);
     return RegOk;
 }
 
@@ -483,8 +511,8 @@ int32_t regEnumValue(RegKeyHandle key, uint32_t index, SWCharString& name, uint3
         r = regCopyValueOut(entry->type, batch.bytes.data() + entry->offset, entry->size, type,
                             data, size);
     if (r == RegOk || r == RegMoreData) {
-        const std::string& utf8 = entry->name;
-        regAssignUtf8(utf8.data(), utf8.size(), name);
+        regAssignUtf8(reinterpret_cast<const char*>(batch.bytes.data() + entry->nameOffset),
+                      entry->nameSize, name);
     }
     return r;
 }

@@ -58,9 +58,12 @@ struct RegKeyBatch {
     size_t size() const { return names.size(); }
 };
 struct RegValueBatch {
+    // Names and data both live in bytes, so that a batch's entries cost no allocations
+    // of their own.
     struct Value {
         int64_t id;
-        std::string name;
+        size_t nameOffset;   // of its UTF-8 name in bytes
+        uint32_t nameSize;
         uint32_t type;
         size_t offset;   // of its data in bytes
         uint32_t size;
