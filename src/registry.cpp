@@ -131,7 +131,7 @@ void convertValue(uint32_t type, const unsigned char* data, uint32_t size, SWCha
 // into out. Only a string value is converted after the retry. Returns the store's answer;
 // out is empty unless it is RegOk.
 template <class Query>
-int32_t readConverted(Query query, SWCharString& out, const char* file, int line,
+int32_t readConverted(const Query& query, SWCharString& out, const char* file, int line,
                       const char* expandMessage)
 {
     unsigned char first[FirstReadBufferSize];

@@ -20,7 +20,7 @@ const int ReadAttempts = 8;
 // reports. On RegOk bytes and size name the value's data and retried tells whether it
 // came from grown. RegMoreData when the value was still growing at the last attempt.
 template <class Query>
-int32_t readWithRetry(Query query, uint32_t& type, unsigned char* first, uint32_t firstSize,
+int32_t readWithRetry(const Query& query, uint32_t& type, unsigned char* first, uint32_t firstSize,
                       std::vector<unsigned char>& grown, const unsigned char*& bytes,
                       uint32_t& size, bool& retried)
 {
