@@ -134,16 +134,22 @@ template <class Query>
 int32_t readConverted(const Query& query, SWCharString& out, const char* file, int line,
                       const char* expandMessage)
 {
-    unsigned char first[FirstReadBufferSize];
+    // Units, so that a REG_SZ value read on a little-endian host is text where it lies,
+    // with room for a terminator behind the largest first read.
+    unsigned short firstUnits[FirstReadBufferSize / 2 + 1];
+    unsigned char* first = reinterpret_cast<unsigned char*>(firstUnits);
     std::vector<unsigned char> grown;
     const unsigned char* bytes = 0;
     uint32_t type = 0, size = 0;
     bool retried = false;
     int32_t rc = regvalue::readWithRetry(query, type, first, FirstReadBufferSize, grown, bytes,
                                          size, retried);
-    if (rc != os::RegOk)
+    if (rc != os::RegOk) {
         out.empty();
-    else if (!retried)
+    } else if (!retried && type == RegTypeString && regvalue::hostLittleEndian()) {
+        firstUnits[size / 2] = 0;
+        out = firstUnits;   // up to the value's own terminator, else the one just placed
+    } else if (!retried)
         convertValue(type, bytes, size, out, file, line, expandMessage);
     else if (type == RegTypeString)
         regvalue::assignTextFromBytes(bytes, size, out);

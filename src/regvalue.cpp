@@ -42,10 +42,7 @@ void assignTextFromBytes(const unsigned char* data, uint32_t size, SWCharString&
     if (!p)
         throw std::bad_alloc();
     // On a little-endian host the value's UTF-16LE bytes are already its units.
-    const uint16_t one = 1;
-    unsigned char low = 0;
-    std::memcpy(&low, &one, 1);
-    if (low == 1)
+    if (hostLittleEndian())
         std::memcpy(p, data, static_cast<size_t>(units) * 2);
     else
         utf::bytesToUtf16(data, units, p, false);

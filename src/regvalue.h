@@ -6,6 +6,7 @@
 #include "vardo/sstring.h"
 #include "os/os_registry.h"
 
+#include <cstring>
 #include <vector>
 
 namespace Vardo400 {
@@ -52,6 +53,16 @@ inline int hexDigit(unsigned short c)
     if (c >= 'A' && c <= 'F')
         return c - 'A' + 10;
     return -1;
+}
+
+// Whether the host stores a unit low byte first, as REG_SZ bytes are (then a value's
+// bytes copied into units are already its text).
+inline bool hostLittleEndian()
+{
+    const uint16_t one = 1;
+    unsigned char low = 0;
+    std::memcpy(&low, &one, 1);
+    return low == 1;
 }
 
 // Text as REG_SZ bytes: UTF-16LE units and a terminator, appended to out.
