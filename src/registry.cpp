@@ -94,16 +94,19 @@ uint32_t dwordFromBytes(const unsigned char* data, uint32_t size)
     return v;
 }
 
-// Type conversion shared by ReadValue and ValueIterator::NextValue; expandMessage is the
-// caller's report text for an expansion that does not fit.
-SWCharString convertValue(uint32_t type, const unsigned char* data, uint32_t size,
-                          const char* file, int line, const char* expandMessage)
+// Type conversion shared by ReadValue and ValueIterator::NextValue into out, reusing the
+// room out has (an iterator converts every entry into the same strings); expandMessage
+// is the caller's report text for an expansion that does not fit.
+void convertValue(uint32_t type, const unsigned char* data, uint32_t size, SWCharString& out,
+                  const char* file, int line, const char* expandMessage)
 {
     switch (type) {
     case RegTypeString:
-        return textFromBytes(data, size);
+        regvalue::assignTextFromBytes(data, size, out);
+        return;
     case RegTypeDword:
-        return decimal(dwordFromBytes(data, size));
+        regvalue::assignDecimal(dwordFromBytes(data, size), out);
+        return;
     case RegTypeExpandString: {
         SWCharString raw = textFromBytes(data, size);
         unsigned short expanded[MaxExpandedChars];
@@ -111,34 +114,48 @@ SWCharString convertValue(uint32_t type, const unsigned char* data, uint32_t siz
         if (!(numChars && numChars <= MaxExpandedChars)) {
             if (ShouldAssert())
                 SAssert(file, line, "numChars && numChars <= MAX_PATH", expandMessage);
-            return SWCharString();
+            out.empty();
+            return;
         }
         expanded[MaxExpandedChars - 1] = 0;
-        return SWCharString(expanded);
+        out = expanded;
+        return;
     }
     default:
-        return SWCharString();
+        out.empty();
+        return;
     }
 }
 
-// Reads one value (first into 16300 bytes, then at the reported size) and converts it.
-// Only a string value is converted after the retry. rc receives the store's answer.
+// Reads one value (first into 16300 bytes, then at the reported size) and converts it
+// into out. Only a string value is converted after the retry. Returns the store's answer;
+// out is empty unless it is RegOk.
 template <class Query>
-SWCharString readConverted(Query query, int32_t& rc, const char* file, int line,
-                           const char* expandMessage)
+int32_t readConverted(const Query& query, SWCharString& out, const char* file, int line,
+                      const char* expandMessage)
 {
-    unsigned char first[FirstReadBufferSize];
+    // Units, so that a REG_SZ value read on a little-endian host is text where it lies,
+    // with room for a terminator behind the largest first read.
+    unsigned short firstUnits[FirstReadBufferSize / 2 + 1];
+    unsigned char* first = reinterpret_cast<unsigned char*>(firstUnits);
     std::vector<unsigned char> grown;
     const unsigned char* bytes = 0;
     uint32_t type = 0, size = 0;
     bool retried = false;
-    rc = regvalue::readWithRetry(query, type, first, FirstReadBufferSize, grown, bytes, size,
-                                 retried);
-    if (rc != os::RegOk)
-        return SWCharString();
-    if (retried)
-        return type == RegTypeString ? textFromBytes(bytes, size) : SWCharString();
-    return convertValue(type, bytes, size, file, line, expandMessage);
+    int32_t rc = regvalue::readWithRetry(query, type, first, FirstReadBufferSize, grown, bytes,
+                                         size, retried);
+    if (rc != os::RegOk) {
+        out.empty();
+    } else if (!retried && type == RegTypeString && regvalue::hostLittleEndian()) {
+        firstUnits[size / 2] = 0;
+        out = firstUnits;   // up to the value's own terminator, else the one just placed
+    } else if (!retried)
+        convertValue(type, bytes, size, out, file, line, expandMessage);
+    else if (type == RegTypeString)
+        regvalue::assignTextFromBytes(bytes, size, out);
+    else
+        out.empty();
+    return rc;
 }
 
 SWCharString joinPath(const SWCharString& path, const SWCharString& name)
@@ -284,10 +301,9 @@ void Registry::KeyIterator::release()
 bool Registry::KeyIterator::NextKey()
 {
     if (m_enumKey) {
-        SWCharString name;
-        if (os::regEnumKey(m_enumKey, m_dwIndex, name) == os::RegOk) {
+        // Into the iterator's own string, which keeps its room from entry to entry.
+        if (os::regEnumKey(m_enumKey, m_dwIndex, m_key) == os::RegOk) {
             ++m_dwIndex;
-            static_cast<SWCharString&>(m_key) = std::move(name);
             m_bValid = true;
             return true;
         }
@@ -355,25 +371,24 @@ void Registry::ValueIterator::release()
 bool Registry::ValueIterator::NextValue()
 {
     if (m_enumKey) {
-        SWCharString name;
+        // The name and text go straight into the iterator's own strings, which keep their
+        // room from entry to entry unless a caller still shares them.
+        SWCharString& name = m_name;
         uint32_t type = 0;
-        int32_t rc = os::RegOk;
         RegKeyHandle key = m_enumKey;
         uint32_t index = m_dwIndex;
-        SWCharString value = readConverted(
+        int32_t rc = readConverted(
             [&](uint32_t* t, unsigned char* d, uint32_t* s) {
                 int32_t r = os::regEnumValue(key, index, name, t, d, s);
                 type = *t;
                 return r;
             },
-            rc, __FILE__, __LINE__,
+            m_value, __FILE__, __LINE__,
             "Registry::ValueIterator::NextValue: Buffer is not big enough to accomodate "
             "expanded string from registry");
         // A value that kept growing while read still counts as an entry (with empty text).
         if (rc == os::RegOk || rc == os::RegMoreData) {
             ++m_dwIndex;
-            static_cast<SWCharString&>(m_name) = std::move(name);
-            m_value = std::move(value);
             m_type = type;
             m_bValid = true;
             return true;
@@ -483,11 +498,13 @@ static const char* const ReadExpandMessage =
 static SWCharString readFromHandle(RegKeyHandle hKey, const SWCharString& name, int32_t& rc,
                                    const char* file, int line)
 {
-    return readConverted(
+    SWCharString text;
+    rc = readConverted(
         [&](uint32_t* t, unsigned char* d, uint32_t* s) {
             return os::regQueryValue(hKey, name.data(), t, d, s);
         },
-        rc, file, line, ReadExpandMessage);
+        text, file, line, ReadExpandMessage);
+    return text;
 }
 
 SWCharString Registry::ReadValueFromHandle(RegKeyHandle hKey, const SWCharString& name)

@@ -2,6 +2,9 @@
 #include "regvalue.h"
 #include "utfcore.h"
 
+#include <cstring>
+#include <new>
+
 namespace Vardo400 {
 namespace regvalue {
 
@@ -31,27 +34,39 @@ void appendTextBytes(const unsigned short* text, size_t units, std::vector<unsig
     utf::utf16ToBytes(text, units, out.data() + at, false);
 }
 
+void assignTextFromBytes(const unsigned char* data, uint32_t size, SWCharString& out)
+{
+    const uint32_t units = size / 2;
+    utf::TempArray<unsigned short> tmp;
+    unsigned short* p = tmp.allocate(static_cast<size_t>(units) + 1);
+    if (!p)
+        throw std::bad_alloc();
+    // On a little-endian host the value's UTF-16LE bytes are already its units.
+    if (hostLittleEndian())
+        std::memcpy(p, data, static_cast<size_t>(units) * 2);
+    else
+        utf::bytesToUtf16(data, units, p, false);
+    p[units] = 0;
+    out = p;   // up to the first zero unit: the value's own terminator, else the one above
+}
+
 SWCharString textFromBytes(const unsigned char* data, uint32_t size)
 {
-    uint32_t units = size / 2;
-    uint32_t n = 0;
-    while (n < units && (data[2 * n] | data[2 * n + 1]) != 0)
-        ++n;
     SWCharString r;
-    if (n == 0)
-        return r;
-    r.setBufferSize(n);
-    std::vector<unsigned short> tmp;
-    unsigned short stackUnits[256];
-    unsigned short* p = stackUnits;
-    if (n >= 256) {
-        tmp.resize(n + 1);
-        p = tmp.data();
-    }
-    utf::bytesToUtf16(data, n, p, false);
-    p[n] = 0;
-    r.concat(p, n);
+    assignTextFromBytes(data, size, r);
     return r;
+}
+
+void assignDecimal(uint64_t v, SWCharString& out)
+{
+    unsigned short digits[24];
+    unsigned short* p = digits + 23;
+    *p = 0;
+    do {
+        *--p = static_cast<unsigned short>('0' + v % 10);
+        v /= 10;
+    } while (v);
+    out = p;
 }
 
 } // namespace regvalue

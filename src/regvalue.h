@@ -6,6 +6,7 @@
 #include "vardo/sstring.h"
 #include "os/os_registry.h"
 
+#include <cstring>
 #include <vector>
 
 namespace Vardo400 {
@@ -20,7 +21,7 @@ const int ReadAttempts = 8;
 // reports. On RegOk bytes and size name the value's data and retried tells whether it
 // came from grown. RegMoreData when the value was still growing at the last attempt.
 template <class Query>
-int32_t readWithRetry(Query query, uint32_t& type, unsigned char* first, uint32_t firstSize,
+int32_t readWithRetry(const Query& query, uint32_t& type, unsigned char* first, uint32_t firstSize,
                       std::vector<unsigned char>& grown, const unsigned char*& bytes,
                       uint32_t& size, bool& retried)
 {
@@ -54,10 +55,24 @@ inline int hexDigit(unsigned short c)
     return -1;
 }
 
+// Whether the host stores a unit low byte first, as REG_SZ bytes are (then a value's
+// bytes copied into units are already its text).
+inline bool hostLittleEndian()
+{
+    const uint16_t one = 1;
+    unsigned char low = 0;
+    std::memcpy(&low, &one, 1);
+    return low == 1;
+}
+
 // Text as REG_SZ bytes: UTF-16LE units and a terminator, appended to out.
 void appendTextBytes(const unsigned short* text, size_t units, std::vector<unsigned char>& out);
 // REG_SZ bytes as text, up to the first zero unit (a value may lack its terminator).
 SWCharString textFromBytes(const unsigned char* data, uint32_t size);
+// The same into out, reusing the room out has when it is its only owner.
+void assignTextFromBytes(const unsigned char* data, uint32_t size, SWCharString& out);
+// v as unsigned decimal text into out, reusing its room likewise.
+void assignDecimal(uint64_t v, SWCharString& out);
 
 } // namespace regvalue
 } // namespace Vardo400

@@ -5,7 +5,10 @@
 #include "os/posix/regstore.h"
 #include "utfcore.h"
 
+#include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <new>
 #include <unordered_map>
 #include <memory>
 #include <mutex>
@@ -88,12 +91,29 @@ void regUtf16ToUtf8(const unsigned short* s, size_t units, std::string& out, boo
     utf::utf16ToUtf8(folded.data(), units, out, utf::Policy::lenient);
 }
 
+void regAssignUtf8(const char* s, size_t bytes, SWCharString& out)
+{
+    // One unit a byte at the most. Names are short: they convert on the stack, and the
+    // assignment reuses the room out already has, so a listing allocates once per
+    // iterator rather than once per entry.
+    utf::TempArray<unsigned short> units;
+    unsigned short* u = units.allocate(bytes + 1);
+    if (!u)
+        throw std::bad_alloc();
+    size_t n = bytes ? utf::utf8ToUtf16(reinterpret_cast<const unsigned char*>(s), bytes, u, bytes,
+                                        utf::Policy::replace)
+                     : 0;
+    if (n == SIZE_MAX)
+        n = 0;
+    u[n] = 0;
+    out = u;
+}
+
 SWCharString regUtf8ToUtf16(const char* s, size_t bytes)
 {
-    std::vector<unsigned short> u;
-    utf::utf8ToUtf16(reinterpret_cast<const unsigned char*>(s), bytes, u, utf::Policy::replace);
-    u.push_back(0);
-    return SWCharString(u.data());
+    SWCharString r;
+    regAssignUtf8(s, bytes, r);
+    return r;
 }
 
 namespace {
@@ -171,8 +191,26 @@ struct HandleTable {
     std::mutex mutex;
     std::unordered_map<uintptr_t, std::unique_ptr<PosixKey>> keys;
     bool alive = true;
-    ~HandleTable() { alive = false; }
+    // Counts the handles closed so far (bumped under the mutex), so that a thread's memo
+    // of the handle it looked up last is known stale once any handle has gone.
+    std::atomic<uint64_t> closed{0};
+    ~HandleTable()
+    {
+        alive = false;
+        closed.fetch_add(1);
+    }
 };
+
+// The handle this thread looked up last. A listing asks for the same handle once per
+// entry; the memo spares those calls the table's lock and lookup. It is valid while no
+// handle has been closed since, and a handle is used by one thread at a time, so the
+// key it names cannot go while it is in use.
+struct HandleMemo {
+    RegKeyHandle handle = 0;
+    PosixKey* key = 0;
+    uint64_t closed = 0;
+};
+thread_local HandleMemo t_handleMemo;
 
 HandleTable& handles()
 {
@@ -196,10 +234,14 @@ int64_t rootId(RegKeyHandle h)
 // What a call works on: the store and row behind a handle, and the open key itself (null
 // for a predefined root, which has no listings of its own).
 struct Target {
-    std::shared_ptr<RegStore> store;
+    // An open key's handle keeps its store alive for the call (a handle is used by one
+    // thread at a time), so only a predefined root's store is held here.
+    std::shared_ptr<RegStore> held;
+    RegStore* store = 0;
     int64_t id = 0;
     uint32_t access = 0;
     PosixKey* key = 0;
+    const std::shared_ptr<RegStore>& shared() const { return key ? key->store : held; }
 };
 
 // Resolves a handle and checks that it was opened with every right in need.
@@ -209,18 +251,27 @@ int32_t resolve(RegKeyHandle h, uint32_t need, Target& t)
         t.id = rootId(h);
         if (!t.id)
             return RegInvalidHandle;
-        t.store = regCurrentStore(t.id);
+        t.held = regCurrentStore(t.id);
+        t.store = t.held.get();
         t.access = RegKeyAllAccess;
     } else {
         HandleTable& table = handles();
-        std::lock_guard<std::mutex> lock(table.mutex);
-        if (!table.alive || !h)
-            return RegInvalidHandle;
-        auto it = table.keys.find(reinterpret_cast<uintptr_t>(h));
-        if (it == table.keys.end())
-            return RegInvalidHandle;
-        t.key = it->second.get();
-        t.store = t.key->store;
+        HandleMemo& memo = t_handleMemo;
+        if (h && h == memo.handle && table.closed.load(std::memory_order_acquire) == memo.closed) {
+            t.key = memo.key;
+        } else {
+            std::lock_guard<std::mutex> lock(table.mutex);
+            if (!table.alive || !h)
+                return RegInvalidHandle;
+            auto it = table.keys.find(reinterpret_cast<uintptr_t>(h));
+            if (it == table.keys.end())
+                return RegInvalidHandle;
+            t.key = it->second.get();
+            memo.handle = h;
+            memo.key = t.key;
+            memo.closed = table.closed.load(std::memory_order_relaxed);
+        }
+        t.store = t.key->store.get();
         t.id = t.key->id;
         t.access = t.key->access;
     }
@@ -269,7 +320,7 @@ int32_t openOrCreate(RegKeyHandle parent, const unsigned short* subKey, uint32_t
     r = create ? t.store->createPath(t.id, path, id) : t.store->findPath(t.id, path, id);
     if (r != RegOk)
         return r;
-    RegKeyHandle h = addHandle(t.store, id, access);
+    RegKeyHandle h = addHandle(t.shared(), id, access);
     if (!h)
         return RegInvalidHandle;
     *result = h;
@@ -354,6 +405,7 @@ int32_t regCloseKey(RegKeyHandle key)
         return RegInvalidHandle;
     doomed = std::move(it->second);
     t.keys.erase(it);
+    t.closed.fetch_add(1, std::memory_order_release);
     return RegOk;
 }
 
@@ -431,7 +483,7 @@ int32_t regEnumKey(RegKeyHandle key, uint32_t index, SWCharString& name)
     const RegKeyBatch& batch = t.key ? t.key->keys.batch : scratch.batch;
     if (r == RegOk) {
         const std::string& utf8 = batch.names[at];
-        name = regUtf8ToUtf16(utf8.data(), utf8.size());
+        regAssignUtf8(utf8.data(), utf8.size(), name);
     }
     return r;
 }
@@ -459,8 +511,8 @@ int32_t regEnumValue(RegKeyHandle key, uint32_t index, SWCharString& name, uint3
         r = regCopyValueOut(entry->type, batch.bytes.data() + entry->offset, entry->size, type,
                             data, size);
     if (r == RegOk || r == RegMoreData) {
-        const std::string& utf8 = entry->name;
-        name = regUtf8ToUtf16(utf8.data(), utf8.size());
+        regAssignUtf8(reinterpret_cast<const char*>(batch.bytes.data() + entry->nameOffset),
+                      entry->nameSize, name);
     }
     return r;
 }

@@ -45,6 +45,8 @@ struct RegName {
 void regUtf16ToUtf8(const unsigned short* s, size_t units, std::string& out, bool fold);
 // UTF-8 (as the store writes it) back to UTF-16; invalid bytes become U+FFFD.
 SWCharString regUtf8ToUtf16(const char* s, size_t bytes);
+// The same into out, reusing the room out has when it is its only owner.
+void regAssignUtf8(const char* s, size_t bytes, SWCharString& out);
 // The store's case fold of one UTF-16 unit.
 unsigned short regFoldUnit(unsigned short c);
 
@@ -56,9 +58,12 @@ struct RegKeyBatch {
     size_t size() const { return names.size(); }
 };
 struct RegValueBatch {
+    // Names and data both live in bytes, so that a batch's entries cost no allocations
+    // of their own.
     struct Value {
         int64_t id;
-        std::string name;
+        size_t nameOffset;   // of its UTF-8 name in bytes
+        uint32_t nameSize;
         uint32_t type;
         size_t offset;   // of its data in bytes
         uint32_t size;

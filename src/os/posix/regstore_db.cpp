@@ -857,6 +857,7 @@ int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint
 {
     out.values.clear();
     out.bytes.clear();
+    size_t dataBytes = 0;
     int32_t r = listRows(
         key, afterId ? m_valuesAfter : m_valuesFrom,
         [&](sqlite3_stmt* st) {
@@ -864,14 +865,19 @@ int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint
             sqlite3_bind_int64(st, 3, afterId ? static_cast<int64_t>(limit) : offset);
         },
         [&](sqlite3_stmt* st) {
+            const unsigned char* name = sqlite3_column_text(st, 1);
+            size_t nameSize = name ? static_cast<size_t>(sqlite3_column_bytes(st, 1)) : 0;
+            const size_t nameAt = out.bytes.size();
+            out.bytes.insert(out.bytes.end(), name, name + nameSize);
             const unsigned char* p = static_cast<const unsigned char*>(sqlite3_column_blob(st, 3));
             size_t n = static_cast<size_t>(sqlite3_column_bytes(st, 3));
             out.values.push_back(RegValueBatch::Value{
-                sqlite3_column_int64(st, 0), columnText(st, 1),
+                sqlite3_column_int64(st, 0), nameAt, static_cast<uint32_t>(nameSize),
                 static_cast<uint32_t>(sqlite3_column_int64(st, 2)), out.bytes.size(),
                 static_cast<uint32_t>(n)});
             out.bytes.insert(out.bytes.end(), p, p + n);
-            return out.bytes.size() <= maxBytes;
+            dataBytes += n;
+            return dataBytes <= maxBytes;
         });
     if (r != RegOk)
         out.values.clear();
