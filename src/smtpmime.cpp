@@ -77,7 +77,17 @@ size_t Base64LinesInto(const void* data, size_t size, char* out)
     char* q = out;
     size_t lines = size / kLineInput;
     for (size_t l = 0; l < lines; ++l) {
-        q = encodeGroups(p, kLineInput, q, t);
+        // Six bytes into eight characters at a time: one load, four lookups.
+        for (size_t i = 0; i < kLineInput; i += 6) {
+            const unsigned char* b = p + i;
+            uint64_t v = ((uint64_t)b[0] << 40) | ((uint64_t)b[1] << 32) | ((uint64_t)b[2] << 24) |
+                         ((uint64_t)b[3] << 16) | ((uint64_t)b[4] << 8) | b[5];
+            std::memcpy(q, t.pairs[v >> 36], 2);
+            std::memcpy(q + 2, t.pairs[(v >> 24) & 0xFFF], 2);
+            std::memcpy(q + 4, t.pairs[(v >> 12) & 0xFFF], 2);
+            std::memcpy(q + 6, t.pairs[v & 0xFFF], 2);
+            q += 8;
+        }
         q[0] = '\r';
         q[1] = '\n';
         q += 2;
