@@ -15,6 +15,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -238,38 +239,64 @@ std::string baseName(const std::string& path)
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-// Buffered writing into the temporary file.
+// Buffered writing into the temporary file: one fixed block, filled in place (the
+// attachments are encoded straight into it) and written whole.
 class FileSink {
 public:
-    explicit FileSink(SFile& f) : m_file(f) {}
-    std::string& buffer() { return m_buffer; }
-    void put(const std::string& s)
+    static const size_t kBlock = 1u << 20;
+    explicit FileSink(SFile& f) : m_file(f), m_buffer(new char[kBlock]), m_used(0) {}
+    void put(const std::string& s) { put(s.data(), s.size()); }
+    void put(const char* data, size_t size)
     {
-        m_buffer += s;
-        flushIfFull();
+        while (size) {
+            if (m_used == kBlock)
+                flush();
+            size_t take = kBlock - m_used < size ? kBlock - m_used : size;
+            std::memcpy(m_buffer.get() + m_used, data, take);
+            m_used += take;
+            data += take;
+            size -= take;
+        }
     }
-    void flushIfFull()
+    // Room for at least size bytes (at most kBlock) at the end of the block.
+    char* room(size_t size)
     {
-        if (m_buffer.size() >= (1u << 20))
+        if (kBlock - m_used < size)
             flush();
+        return m_buffer.get() + m_used;
     }
+    void commit(size_t size) { m_used += size; }
     void flush()
     {
         size_t done = 0;
-        while (done < m_buffer.size()) {
-            unsigned int piece = (unsigned int)(m_buffer.size() - done);
-            int n = m_file.write(m_buffer.data() + done, piece);
+        while (done < m_used) {
+            int n = m_file.write(m_buffer.get() + done, (unsigned int)(m_used - done));
             if (n <= 0)
                 break;
             done += (size_t)n;
         }
-        m_buffer.clear();
+        m_used = 0;
     }
 
 private:
     SFile& m_file;
-    std::string m_buffer;
+    std::unique_ptr<char[]> m_buffer;
+    size_t m_used;
 };
+
+// Reads until the buffer is full or the file ends, so only the last block of a file
+// can end in a partial base64 line.
+size_t readFull(SFile& in, char* buffer, size_t size)
+{
+    size_t got = 0;
+    while (got < size) {
+        int n = in.read(buffer + got, (unsigned int)(size - got));
+        if (n <= 0)
+            break;
+        got += (size_t)n;
+    }
+    return got;
+}
 
 // The temporary file: removed on every path out of the send.
 class TempFile {
@@ -735,7 +762,9 @@ bool CSISMTPMail::SendSMTPMessage(bool utf8Subject)
     out.put(mime::SmtpText(text));
     text.clear();
 
-    std::string chunk(72 * 7282, '\0');   // about 512 KiB of input a read
+    // Input blocks of whole lines whose encoding fills most of the write block.
+    const size_t inputBlock = (FileSink::kBlock / mime::kLineOutput - 1) * mime::kLineInput;
+    std::unique_ptr<char[]> input;
     for (const MimeAttachment& a : m_attachments) {
         std::string path = net::Utf8(a.m_filePath);
         std::string name = a.m_shownName.isEmpty() ? baseName(path) : net::Utf8(a.m_shownName);
@@ -750,21 +779,22 @@ bool CSISMTPMail::SendSMTPMessage(bool utf8Subject)
         out.put("Content-Transfer-Encoding: base64\r\n");
         out.put("Content-Disposition: attachment;\r\n " + mime::Parameter("filename", name) + "\r\n\r\n");
         SFile in(a.m_filePath, SFile::readOnly, 0, SFile::denyNothing);
-        mime::Base64Lines encoder(out.buffer());
+        if (!input)
+            input.reset(new char[inputBlock]);
         for (;;) {
-            int n = in.read(&chunk[0], (unsigned int)chunk.size());
-            if (n <= 0)
+            size_t n = readFull(in, input.get(), inputBlock);
+            if (n == 0)
                 break;
-            encoder.add(chunk.data(), (size_t)n);
-            out.flushIfFull();
+            char* to = out.room(mime::Base64LinesSize(n));
+            out.commit(mime::Base64LinesInto(input.get(), n, to));
+            if (n < inputBlock)
+                break;
         }
-        encoder.finish();
         in.close();
     }
     out.put("\r\n--" + boundary + "--\r\n");
     out.put("\r\n\r\n");
     out.flush();
-
     SendMailToSMTPServer(temp.file());
     return true;
 }

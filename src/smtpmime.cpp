@@ -2,6 +2,7 @@
 #include "smtpmime.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace Vardo400 {
 namespace mime {
@@ -10,22 +11,43 @@ namespace {
 
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Encodes n bytes at the end of out (which grows by the encoded size).
-void encodeInto(std::string& out, const unsigned char* p, size_t n)
+// Two base64 characters for every 12-bit value: one lookup for half of a 3-byte group.
+struct PairTable {
+    char pairs[4096][2];
+    PairTable()
+    {
+        for (unsigned v = 0; v < 4096; ++v) {
+            pairs[v][0] = kAlphabet[v >> 6];
+            pairs[v][1] = kAlphabet[v & 63];
+        }
+    }
+};
+
+const PairTable& pairTable()
 {
-    size_t at = out.size();
-    out.resize(at + (n + 2) / 3 * 4);
-    char* q = &out[at];
-    size_t i = 0;
-    for (; i + 3 <= n; i += 3) {
+    static const PairTable table;
+    return table;
+}
+
+// Whole 3-byte groups: n is a multiple of 3.
+inline char* encodeGroups(const unsigned char* p, size_t n, char* q, const PairTable& t)
+{
+    for (size_t i = 0; i < n; i += 3) {
         uint32_t v = ((uint32_t)p[i] << 16) | ((uint32_t)p[i + 1] << 8) | p[i + 2];
-        q[0] = kAlphabet[v >> 18];
-        q[1] = kAlphabet[(v >> 12) & 63];
-        q[2] = kAlphabet[(v >> 6) & 63];
-        q[3] = kAlphabet[v & 63];
+        std::memcpy(q, t.pairs[v >> 12], 2);
+        std::memcpy(q + 2, t.pairs[v & 0xFFF], 2);
         q += 4;
     }
-    if (i < n) {
+    return q;
+}
+
+// Encodes n bytes (with padding) into q; returns the end.
+char* encodeInto(const unsigned char* p, size_t n, char* q)
+{
+    size_t whole = n / 3 * 3;
+    q = encodeGroups(p, whole, q, pairTable());
+    if (whole < n) {
+        size_t i = whole;
         uint32_t v = (uint32_t)p[i] << 16;
         if (i + 1 < n)
             v |= (uint32_t)p[i + 1] << 8;
@@ -33,72 +55,52 @@ void encodeInto(std::string& out, const unsigned char* p, size_t n)
         q[1] = kAlphabet[(v >> 12) & 63];
         q[2] = i + 1 < n ? kAlphabet[(v >> 6) & 63] : '=';
         q[3] = '=';
+        q += 4;
     }
+    return q;
 }
 
 } // namespace
 
 std::string Base64(const void* data, size_t size)
 {
-    std::string out;
-    out.reserve((size + 2) / 3 * 4);
-    encodeInto(out, static_cast<const unsigned char*>(data), size);
+    std::string out((size + 2) / 3 * 4, '\0');
+    if (size)
+        encodeInto(static_cast<const unsigned char*>(data), size, &out[0]);
     return out;
 }
 
-void Base64Lines::add(const void* data, size_t size)
+size_t Base64LinesInto(const void* data, size_t size, char* out)
 {
     const unsigned char* p = static_cast<const unsigned char*>(data);
-    // Top up a partial line first, then whole lines straight from the input.
-    if (m_nPending) {
-        size_t take = sizeof m_pending - m_nPending;
-        if (take > size)
-            take = size;
-        for (size_t i = 0; i < take; ++i)
-            m_pending[m_nPending + i] = p[i];
-        m_nPending += take;
-        p += take;
-        size -= take;
-        if (m_nPending < sizeof m_pending)
-            return;
-        encodeInto(m_out, m_pending, sizeof m_pending);
-        m_out += "\r\n";
-        m_nPending = 0;
-    }
-    if (size >= sizeof m_pending) {
-        // Whole lines: 96 characters and CR LF each, written in place.
-        size_t lines = size / sizeof m_pending;
-        size_t at = m_out.size();
-        m_out.resize(at + lines * 98);
-        char* q = &m_out[at];
-        for (size_t l = 0; l < lines; ++l) {
-            for (size_t i = 0; i < sizeof m_pending; i += 3) {
-                uint32_t v = ((uint32_t)p[i] << 16) | ((uint32_t)p[i + 1] << 8) | p[i + 2];
-                q[0] = kAlphabet[v >> 18];
-                q[1] = kAlphabet[(v >> 12) & 63];
-                q[2] = kAlphabet[(v >> 6) & 63];
-                q[3] = kAlphabet[v & 63];
-                q += 4;
-            }
-            q[0] = '\r';
-            q[1] = '\n';
-            q += 2;
-            p += sizeof m_pending;
+    const PairTable& t = pairTable();
+    char* q = out;
+    size_t lines = size / kLineInput;
+    for (size_t l = 0; l < lines; ++l) {
+        // Six bytes into eight characters at a time: one load, four lookups.
+        for (size_t i = 0; i < kLineInput; i += 6) {
+            const unsigned char* b = p + i;
+            uint64_t v = ((uint64_t)b[0] << 40) | ((uint64_t)b[1] << 32) | ((uint64_t)b[2] << 24) |
+                         ((uint64_t)b[3] << 16) | ((uint64_t)b[4] << 8) | b[5];
+            std::memcpy(q, t.pairs[v >> 36], 2);
+            std::memcpy(q + 2, t.pairs[(v >> 24) & 0xFFF], 2);
+            std::memcpy(q + 4, t.pairs[(v >> 12) & 0xFFF], 2);
+            std::memcpy(q + 6, t.pairs[v & 0xFFF], 2);
+            q += 8;
         }
-        size -= lines * sizeof m_pending;
+        q[0] = '\r';
+        q[1] = '\n';
+        q += 2;
+        p += kLineInput;
     }
-    for (size_t i = 0; i < size; ++i)
-        m_pending[i] = p[i];
-    m_nPending = size;
-}
-
-void Base64Lines::finish()
-{
-    if (m_nPending) {
-        encodeInto(m_out, m_pending, m_nPending);
-        m_out += "\r\n";
-        m_nPending = 0;
+    size_t rest = size - lines * kLineInput;
+    if (rest) {
+        q = encodeInto(p, rest, q);
+        q[0] = '\r';
+        q[1] = '\n';
+        q += 2;
     }
+    return (size_t)(q - out);
 }
 
 std::string SmtpText(const std::string& text)

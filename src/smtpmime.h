@@ -13,19 +13,20 @@ namespace mime {
 std::string Base64(const void* data, size_t size);
 
 // Base64 in lines: "\r\n" after the encoding of every 72 input bytes (96 characters),
-// and after the last partial line. Input may come in pieces of any size.
-class Base64Lines {
-public:
-    explicit Base64Lines(std::string& out) : m_out(out), m_nPending(0) {}
-    void add(const void* data, size_t size);
-    // Encodes what is left; the encoder can then be used for a new input.
-    void finish();
+// and after the last partial line.
+const size_t kLineInput = 72;
+const size_t kLineOutput = 98;
 
-private:
-    std::string& m_out;
-    unsigned char m_pending[72];
-    size_t m_nPending;
-};
+// The size of size bytes encoded in lines.
+inline size_t Base64LinesSize(size_t size)
+{
+    return size / kLineInput * kLineOutput + (size % kLineInput ? (size % kLineInput + 2) / 3 * 4 + 2 : 0);
+}
+
+// Encodes size bytes in lines into out, which holds at least Base64LinesSize(size)
+// bytes; returns the bytes written. Only the last piece of an input may have a size
+// that is not a multiple of 72.
+size_t Base64LinesInto(const void* data, size_t size, char* out);
 
 // UTF-8 message text as it goes into the message: every line break (CR LF, lone LF,
 // lone CR) becomes CR LF and a line starting with "." gets a second ".".
