@@ -40,17 +40,17 @@ struct Attachment {
 };
 
 // FILE[:NAME[:TYPE]]; a drive letter ("C:\\...") stays part of FILE.
-Attachment parseAttach(const std::string& spec)
+Attachment parseAttach(const std::string& attachArg)
 {
     Attachment a;
-    size_t from = spec.size() > 2 && spec[1] == ':' && (spec[2] == '\\' || spec[2] == '/') ? 2 : 0;
-    size_t c1 = spec.find(':', from);
-    a.file = spec.substr(0, c1);
+    size_t from = attachArg.size() > 2 && attachArg[1] == ':' && (attachArg[2] == '\\' || attachArg[2] == '/') ? 2 : 0;
+    size_t c1 = attachArg.find(':', from);
+    a.file = attachArg.substr(0, c1);
     if (c1 != std::string::npos) {
-        size_t c2 = spec.find(':', c1 + 1);
-        a.name = spec.substr(c1 + 1, c2 == std::string::npos ? std::string::npos : c2 - c1 - 1);
+        size_t c2 = attachArg.find(':', c1 + 1);
+        a.name = attachArg.substr(c1 + 1, c2 == std::string::npos ? std::string::npos : c2 - c1 - 1);
         if (c2 != std::string::npos)
-            a.type = spec.substr(c2 + 1);
+            a.type = attachArg.substr(c2 + 1);
     }
     return a;
 }
