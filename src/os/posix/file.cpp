@@ -1,6 +1,7 @@
 // Descriptor-level file calls on POSIX, with the C run-time (Windows) flag values
 // translated. Share modes have no POSIX equivalent and are ignored.
 #include "os/os_file.h"
+#include "os/posix/syspath.h"
 #include "os/os_faults.h"
 
 #include "vardo/sstring.h"
@@ -30,7 +31,8 @@ const int kCreate = 0x100;
 const int kTruncate = 0x200;
 const int kExclusive = 0x400;
 
-// The path as UTF-8 bytes; false (errno EINVAL) when it cannot be converted.
+} // namespace
+
 bool systemPath(const SWCharString& path, std::string& out)
 {
     unsigned int room = path.getNBytesForUTF8();
@@ -47,8 +49,6 @@ bool systemPath(const SWCharString& path, std::string& out)
     out.resize(n);
     return true;
 }
-
-} // namespace
 
 int fileOpen(const SWCharString& path, int flags, int share, int permissions, OsError& err)
 {

@@ -2,6 +2,7 @@
 // with descriptors of their own exclude each other as processes do), inode identity,
 // and renameat2 with RENAME_NOREPLACE (link and unlink where the file system lacks it).
 #include "os/os_logappend.h"
+#include "os/posix/syspath.h"
 #include "os/os_faults.h"
 
 #include "vardo/sstring.h"
@@ -23,23 +24,6 @@ namespace os {
 
 namespace {
 
-bool utf8Path(const SWCharString& path, std::string& out)
-{
-    unsigned int room = path.getNBytesForUTF8();
-    if (path.isEmpty() || room == 0xFFFFFFFFu) {
-        errno = EINVAL;
-        return false;
-    }
-    out.assign(room + 1, '\0');
-    unsigned int n = path.toUTF8(reinterpret_cast<unsigned char*>(&out[0]), room + 1);
-    if (n == 0xFFFFFFFFu) {
-        errno = EINVAL;
-        return false;
-    }
-    out.resize(n);
-    return true;
-}
-
 std::atomic<uint32_t> g_generation{1};
 
 void forkedChild()
@@ -60,7 +44,7 @@ struct ForkWatch {
 
 AppendPath::AppendPath(const SWCharString& path)
 {
-    m_valid = utf8Path(path, m_native);
+    m_valid = systemPath(path, m_native);
 }
 
 int appendOpen(const AppendPath& path, bool create, int64_t& size)
@@ -156,7 +140,7 @@ bool appendIsCurrent(int fd, const SWCharString& path)
 {
     std::string name;
     struct stat open, named;
-    if (!utf8Path(path, name) || ::fstat(fd, &open) != 0)
+    if (!systemPath(path, name) || ::fstat(fd, &open) != 0)
         return true;
     if (::stat(name.c_str(), &named) != 0)
         return errno != ENOENT;
@@ -166,7 +150,7 @@ bool appendIsCurrent(int fd, const SWCharString& path)
 int renameNoReplace(const SWCharString& from, const SWCharString& to)
 {
     std::string src, dst;
-    if (!utf8Path(from, src) || !utf8Path(to, dst))
+    if (!systemPath(from, src) || !systemPath(to, dst))
         return -1;
 #ifdef SYS_renameat2
     if (::syscall(SYS_renameat2, AT_FDCWD, src.c_str(), AT_FDCWD, dst.c_str(),
