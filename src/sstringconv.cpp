@@ -25,6 +25,7 @@
 #include "os/os_wchar.h"
 #include "utfcore.h"
 #include "crt.h"
+#include "sstring_fill.h"
 
 #include <cstring>
 #include <cwchar>
@@ -37,47 +38,6 @@ namespace {
 const unsigned int kFail = 0xFFFFFFFFu;
 
 typedef SString_t<unsigned short, 1> WideStr;
-
-// Reaches the protected buffer pointer of a string (the members below build buffers in
-// place instead of copying through a temporary).
-template <class CharT, int Fixed>
-struct BufferAccess : SString_t<CharT, Fixed> {
-    typedef SString_t<CharT, Fixed> S;
-    static typename S::Buffer* get(const S& s) { return s.*(&BufferAccess::m_pBuffer); }
-};
-
-// Replaces the content of s by what fill(data) writes into a fresh buffer with room for
-// room units (plus terminator); fill returns the units written or SIZE_MAX for failure,
-// which leaves s empty and returns false.
-template <class CharT, int Fixed, class Fill>
-bool fillString(SString_t<CharT, Fixed>& s, size_t room, Fill fill)
-{
-    if (!room) {
-        s.empty();
-        return true;
-    }
-    if (room >= 0xFFFFFFF0u) {
-        // No string can hold that much; the conversion cannot succeed.
-        VARDO_ASSERT_TEXT("room < 0xFFFFFFF0");
-        s.empty();
-        return false;
-    }
-    SString_t<CharT, Fixed> fresh;
-    fresh.setBufferSize(static_cast<unsigned int>(room));
-    typename SString_t<CharT, Fixed>::Buffer* b = BufferAccess<CharT, Fixed>::get(fresh);
-    const size_t n = fill(b->data());
-    if (n == SIZE_MAX || n > room) {
-        s.empty();
-        return false;
-    }
-    b->data()[n] = 0;
-    b->m_length = static_cast<uint32_t>(n);
-    if (n)
-        s = static_cast<SString_t<CharT, Fixed>&&>(fresh);
-    else
-        s.empty();
-    return true;
-}
 
 inline unsigned int clampCount(uint64_t n) { return n >= kFail ? kFail : static_cast<unsigned int>(n); }
 
@@ -134,7 +94,7 @@ bool SString_t<CharT, Fixed>::fromAscii(const char* s)
 {
     if constexpr (sizeof(CharT) == 2) {
         const size_t n = byteLength(s);
-        return fillString(*this, n, [&](CharT* d) {
+        return sstringfill::fillFresh(*this, n, [&](CharT* d) {
             utf::bytesWiden(reinterpret_cast<const unsigned char*>(s), n, d);
             return n;
         });
@@ -149,7 +109,7 @@ bool SString_t<CharT, Fixed>::fromMBCS(const char* s)
 {
     if constexpr (sizeof(CharT) == 2) {
         const size_t n = CodesetConverter::mbstoucs2(0, s, 0);
-        return fillString(*this, n, [&](CharT* d) { return CodesetConverter::mbstoucs2(d, s, n + 1); });
+        return sstringfill::fillFresh(*this, n, [&](CharT* d) { return CodesetConverter::mbstoucs2(d, s, n + 1); });
     } else if constexpr (Fixed == 0) {
         *this = s;
         return true;
@@ -165,7 +125,7 @@ bool SString_t<CharT, Fixed>::fromWChar(const wchar_t* s)
 {
     if constexpr (sizeof(CharT) == 2) {
         const size_t n = CodesetConverter::wcstoucs2(0, s, 0);
-        return fillString(*this, n, [&](CharT* d) { return CodesetConverter::wcstoucs2(d, s, n + 1); });
+        return sstringfill::fillFresh(*this, n, [&](CharT* d) { return CodesetConverter::wcstoucs2(d, s, n + 1); });
     } else {
         WideStr w;
         w.fromWChar(s);
@@ -181,10 +141,10 @@ bool SString_t<CharT, Fixed>::fromUChar(const unsigned short* s)
         return true;
     } else if constexpr (Fixed == 0) {
         const size_t n = CodesetConverter::ucs2tombs(0, s, 0);
-        return fillString(*this, n, [&](CharT* d) { return CodesetConverter::ucs2tombs(d, s, n + 1); });
+        return sstringfill::fillFresh(*this, n, [&](CharT* d) { return CodesetConverter::ucs2tombs(d, s, n + 1); });
     } else {
         const size_t n = unitLength(s);
-        return fillString(*this, n, [&](CharT* d) { return narrowToAscii(s, n, d); });
+        return sstringfill::fillFresh(*this, n, [&](CharT* d) { return narrowToAscii(s, n, d); });
     }
 }
 
@@ -208,7 +168,7 @@ bool SString_t<CharT, Fixed>::fromUTF8(const unsigned char* s, unsigned int byte
             empty(); // nothing but continuation bytes
             return false;
         }
-        return fillString(*this, room, [&](CharT* d) { return utf::utf8ToUtf16Whole(s, n, d, room); });
+        return sstringfill::fillFresh(*this, room, [&](CharT* d) { return utf::utf8ToUtf16Whole(s, n, d, room); });
     } else {
         WideStr w;
         if (!w.fromUTF8(s, bytes)) {

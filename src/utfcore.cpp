@@ -130,6 +130,15 @@ inline size_t asciiRunWiden(const UTF8* s, UTF16* t, size_t room)
             return i + ctz32(mask);
         i += 16;
     }
+    // Short names and words end here: one more half block before the byte loop.
+    if (room - i >= 8) {
+        const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(t + i), _mm_unpacklo_epi8(v, zero));
+        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(v)) & 0xFFu;
+        if (mask)
+            return i + ctz32(mask);
+        i += 8;
+    }
 #else
     while (room - i >= 8) {
         uint64_t w;

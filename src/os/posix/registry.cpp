@@ -3,6 +3,7 @@
 #include "os/os_registry.h"
 #include "os/os_env.h"
 #include "os/posix/regstore.h"
+#include "sstring_fill.h"
 #include "utfcore.h"
 
 #include <atomic>
@@ -93,20 +94,12 @@ void regUtf16ToUtf8(const unsigned short* s, size_t units, std::string& out, boo
 
 void regAssignUtf8(const char* s, size_t bytes, SWCharString& out)
 {
-    // One unit a byte at the most. Names are short: they convert on the stack, and the
-    // assignment reuses the room out already has, so a listing allocates once per
-    // iterator rather than once per entry.
-    utf::TempArray<unsigned short> units;
-    unsigned short* u = units.allocate(bytes + 1);
-    if (!u)
-        throw std::bad_alloc();
-    size_t n = bytes ? utf::utf8ToUtf16(reinterpret_cast<const unsigned char*>(s), bytes, u, bytes,
-                                        utf::Policy::replace)
-                     : 0;
-    if (n == SIZE_MAX)
-        n = 0;
-    u[n] = 0;
-    out = u;
+    // One unit a byte at the most, written straight into the room out already has, so a
+    // listing allocates once per iterator rather than once per entry.
+    sstringfill::fillReusing(out, bytes, [&](unsigned short* d) {
+        return utf::utf8ToUtf16(reinterpret_cast<const unsigned char*>(s), bytes, d, bytes,
+                                utf::Policy::replace);
+    });
 }
 
 SWCharString regUtf8ToUtf16(const char* s, size_t bytes)

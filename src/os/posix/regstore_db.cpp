@@ -866,16 +866,23 @@ int32_t RegStore::listValues(int64_t key, int64_t afterId, uint32_t offset, uint
         },
         [&](sqlite3_stmt* st) {
             const unsigned char* name = sqlite3_column_text(st, 1);
-            size_t nameSize = name ? static_cast<size_t>(sqlite3_column_bytes(st, 1)) : 0;
-            const size_t nameAt = out.bytes.size();
-            out.bytes.insert(out.bytes.end(), name, name + nameSize);
+            const size_t nameSize = name ? static_cast<size_t>(sqlite3_column_bytes(st, 1)) : 0;
             const unsigned char* p = static_cast<const unsigned char*>(sqlite3_column_blob(st, 3));
-            size_t n = static_cast<size_t>(sqlite3_column_bytes(st, 3));
+            const size_t n = p ? static_cast<size_t>(sqlite3_column_bytes(st, 3)) : 0;
+            // Name and data side by side in one block, grown by hand: the vector's range
+            // insert is a call of its own per piece.
+            const size_t nameAt = out.bytes.size();
+            if (out.bytes.capacity() - nameAt < nameSize + n)
+                out.bytes.reserve(2 * out.bytes.capacity() + nameSize + n);
+            out.bytes.resize(nameAt + nameSize + n);
+            if (nameSize)
+                std::memcpy(out.bytes.data() + nameAt, name, nameSize);
+            if (n)
+                std::memcpy(out.bytes.data() + nameAt + nameSize, p, n);
             out.values.push_back(RegValueBatch::Value{
                 sqlite3_column_int64(st, 0), nameAt, static_cast<uint32_t>(nameSize),
-                static_cast<uint32_t>(sqlite3_column_int64(st, 2)), out.bytes.size(),
+                static_cast<uint32_t>(sqlite3_column_int64(st, 2)), nameAt + nameSize,
                 static_cast<uint32_t>(n)});
-            out.bytes.insert(out.bytes.end(), p, p + n);
             dataBytes += n;
             return dataBytes <= maxBytes;
         });
