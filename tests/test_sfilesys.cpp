@@ -13,10 +13,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 #include <string>
 #include <thread>
@@ -67,7 +67,6 @@ X failure(X::ErrorCodes code, X::ErrorReasons reason, F f)
     return e;
 }
 
-// A private directory per test, removed afterwards whatever the test left in it.
 class FsTest : public ::testing::Test {
 protected:
     void TearDown() override
@@ -92,6 +91,47 @@ protected:
     const SWCharString m_dir = W(m_base.u8string());
 };
 
+// What a tree holds, for proving that an operation left it alone: every entry below
+// root with its kind, permissions, and for files size and modification time.
+std::set<std::string> snapshot(const fs::path& root)
+{
+    std::set<std::string> entries;
+    std::error_code ec;
+    for (auto it = fs::recursive_directory_iterator(root, ec); it != fs::recursive_directory_iterator();
+         it.increment(ec)) {
+        const fs::file_status st = fs::symlink_status(it->path(), ec);
+        std::string entry = fs::relative(it->path(), root, ec).u8string() + " type=" +
+                            std::to_string(static_cast<int>(st.type())) + " perms=" +
+                            std::to_string(static_cast<int>(st.permissions()));
+        if (st.type() == fs::file_type::regular)
+            entry += " size=" + std::to_string(fs::file_size(it->path(), ec)) + " mtime=" +
+                     std::to_string(fs::last_write_time(it->path(), ec).time_since_epoch().count());
+        entries.insert(entry);
+    }
+    return entries;
+}
+
+// The checks of a process that lacks the rights: run directly when this process is
+// unprivileged, in a child that dropped root otherwise.
+void checkDenied(const std::string& locked, const std::string& open, const std::string& source)
+{
+    const X::ErrorReasons denied = X::reasonAccessDenied;
+    const std::string sep(1, static_cast<char>(SFileSys::getSeparator()));
+    const SWCharString kept = W(locked + sep + "kept");
+    EXPECT_EQ(W(locked + sep + "new"), failure(X::createDirectoryFailed, denied, [&] {
+                                           SFileSys::makeDirectory(W(locked + sep + "new"));
+                                       }).getFile());
+    failure(X::removeFailed, denied, [&] { SFileSys::remove(kept); });
+    failure(X::copyFailed, denied, [&] { SFileSys::copyFile(W(source), W(locked + sep + "copy"), false); });
+    EXPECT_FALSE(SFileSys::exists(W(locked + sep + "copy")));
+    failure(X::recursiveRemoveFailed, denied, [&] { SFileSys::rremove(W(locked)); });
+    EXPECT_TRUE(SFileSys::exists(kept));
+    // An unreadable source into a writable directory: nothing is created.
+    failure(X::copyFailed, denied,
+            [&] { SFileSys::copyFile(W(locked + sep + "secret"), W(open + sep + "leak"), false); });
+    EXPECT_FALSE(SFileSys::exists(W(open + sep + "leak")));
+}
+
 } // namespace
 
 TEST(SFileSysException, TextsAndReasonClasses)
@@ -106,7 +146,6 @@ TEST(SFileSysException, TextsAndReasonClasses)
               X(X::fileDoesNotExist, X::reasonNotFound, f, r).toString());
     EXPECT_EQ(X(X::removeFailed, X::reasonOther, f, r).toString(),
               X(X::recursiveRemoveFailed, X::reasonOther, f, r).toString());
-    // Unknown codes share the unknown-error text.
     EXPECT_EQ(X(X::unknownError, X::reasonOther, f, r).toString(),
               X((X::ErrorCodes)99, X::reasonOther, f, r).toString());
     // Placeholders inside names are not expanded again.
@@ -115,17 +154,12 @@ TEST(SFileSysException, TextsAndReasonClasses)
 
     // The run-time's numbers by name: they differ between platforms (ENAMETOOLONG is 38
     // on Windows, 36 on Linux, where 38 is ENOSYS). Every other number is "other".
-    const std::pair<int, X::ErrorReasons> mapped[] = {
+    std::map<int, X::ErrorReasons> mapped = {
         {ENOMEM, X::reasonOutOfMemory}, {ENOENT, X::reasonNotFound}, {EINVAL, X::reasonInvalidArgument},
         {ENAMETOOLONG, X::reasonInvalidArgument}, {EPERM, X::reasonAccessDenied},
         {EACCES, X::reasonAccessDenied}, {ENOSPC, X::reasonDiskFull}, {EEXIST, X::reasonAlreadyExists}};
-    for (int e = 0; e < 200; ++e) {
-        X::ErrorReasons want = X::reasonOther;
-        for (const auto& m : mapped)
-            if (m.first == e)
-                want = m.second;
-        EXPECT_EQ(want, X::mapErrno(e)) << e;
-    }
+    for (int e = 0; e < 200; ++e)
+        EXPECT_EQ(mapped.count(e) ? mapped[e] : X::reasonOther, X::mapErrno(e)) << e;
     const std::pair<uint32_t, X::ErrorReasons> win32[] = {
         {1816, X::reasonOutOfMemory}, {2, X::reasonNotFound}, {3, X::reasonNotFound},
         {15, X::reasonNotFound}, {18, X::reasonNotFound}, {53, X::reasonNotFound},
@@ -286,10 +320,8 @@ TEST_F(FsTest, NamesThatAreNotUtf8StayReachable)
     ASSERT_EQ(1u, props.size());
     const SWCharString& n = props[0].getName();
     EXPECT_EQ("bad\\uDCFF\\uDCFEname", U(n));
-    const SWCharString path = at("") + n;
-    SFileSys::copyFile(path, at("copied"), false);
-    EXPECT_EQ("12345", readFile(at("copied/inner")));
-    SFileSys::rremove(path);
+    EXPECT_EQ(5, SFileSys::rsizeEx(at("") + n));
+    SFileSys::rremove(at("") + n);
     EXPECT_FALSE(fs::exists(m_base / raw));
 }
 
@@ -358,12 +390,10 @@ TEST_F(FsTest, CopyFilesAndTrees)
     SFileSys::renameFile(at("other"), at("tree/moved.bin"));
     EXPECT_EQ("o", readFile(at("tree/moved.bin")));
     EXPECT_EQ(X::renameFailed, caught([&] { SFileSys::renameFile(at("missing"), at("x")); }).getErrorCode());
-    {
-        vardo_test::AssertCapture asserts;
-        SFileSys::renameFile(at("tree2"), at("tree3"));
-        ASSERT_FALSE(asserts.seen().empty());
-        EXPECT_EQ("SFileSys::renameFile: Directory rename not supported", asserts.seen().back());
-    }
+    vardo_test::AssertCapture asserts;
+    SFileSys::renameFile(at("tree2"), at("tree3"));
+    ASSERT_FALSE(asserts.seen().empty());
+    EXPECT_EQ("SFileSys::renameFile: Directory rename not supported", asserts.seen().back());
     EXPECT_TRUE(SFileSys::isDir(at("tree2")));
     EXPECT_FALSE(SFileSys::exists(at("tree3")));
 }
@@ -415,30 +445,6 @@ TEST_F(FsTest, RemovalSizesCountsAndListings)
         EXPECT_EQ(W("Size of file exceeds 4 GBytes."), e.reason());
     }
 }
-
-namespace {
-
-// What a tree holds, for proving that an operation left it alone: every entry below
-// root with its kind, permissions, and for files size and modification time.
-std::set<std::string> snapshot(const fs::path& root)
-{
-    std::set<std::string> entries;
-    std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(root, ec); it != fs::recursive_directory_iterator();
-         it.increment(ec)) {
-        const fs::file_status st = fs::symlink_status(it->path(), ec);
-        std::string entry = fs::relative(it->path(), root, ec).u8string() + " type=" +
-                            std::to_string(static_cast<int>(st.type())) + " perms=" +
-                            std::to_string(static_cast<int>(st.permissions()));
-        if (st.type() == fs::file_type::regular)
-            entry += " size=" + std::to_string(fs::file_size(it->path(), ec)) + " mtime=" +
-                     std::to_string(fs::last_write_time(it->path(), ec).time_since_epoch().count());
-        entries.insert(entry);
-    }
-    return entries;
-}
-
-} // namespace
 
 TEST_F(FsTest, LinksAreNeverFollowedIntoDirectories)
 {
@@ -571,31 +577,6 @@ TEST_F(FsTest, AFullDiskLeavesNoPartialCopy)
     EXPECT_EQ(data, readFile(at("tree-copy/sub/one")));
 }
 
-namespace {
-
-// The checks of a process that lacks the rights: run directly when this process is
-// unprivileged, in a child that dropped root otherwise.
-void checkDenied(const std::string& locked, const std::string& open, const std::string& source)
-{
-    const X::ErrorReasons denied = X::reasonAccessDenied;
-    const std::string sep(1, static_cast<char>(SFileSys::getSeparator()));
-    const SWCharString kept = W(locked + sep + "kept");
-    EXPECT_EQ(W(locked + sep + "new"), failure(X::createDirectoryFailed, denied, [&] {
-                                           SFileSys::makeDirectory(W(locked + sep + "new"));
-                                       }).getFile());
-    failure(X::removeFailed, denied, [&] { SFileSys::remove(kept); });
-    failure(X::copyFailed, denied, [&] { SFileSys::copyFile(W(source), W(locked + sep + "copy"), false); });
-    EXPECT_FALSE(SFileSys::exists(W(locked + sep + "copy")));
-    failure(X::recursiveRemoveFailed, denied, [&] { SFileSys::rremove(W(locked)); });
-    EXPECT_TRUE(SFileSys::exists(kept));
-    // An unreadable source into a writable directory: nothing is created.
-    failure(X::copyFailed, denied,
-            [&] { SFileSys::copyFile(W(locked + sep + "secret"), W(open + sep + "leak"), false); });
-    EXPECT_FALSE(SFileSys::exists(W(open + sep + "leak")));
-}
-
-} // namespace
-
 TEST(FsDeniedChild, Run)
 {
     if (!vardo_test::isChild())
@@ -629,10 +610,8 @@ TEST_F(FsTest, PermissionDeniedIsReportedAsSuch)
     writeFile(at("locked/secret"), "s");
     writeFile(at("source"), "s");
     fs::permissions(P(at("locked/secret")), fs::perms::none, fs::perm_options::replace);
-    fs::permissions(P(at("locked")), fs::perms::all & ~(fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write),
-                    fs::perm_options::replace);
+    fs::permissions(P(at("locked")), static_cast<fs::perms>(0555), fs::perm_options::replace);
     fs::permissions(P(at("open")), fs::perms::all, fs::perm_options::replace);
-    fs::permissions(P(at("source")), fs::perms::all, fs::perm_options::replace);
     if (!vardo_test::runningAsRoot()) {
         checkDenied(U(at("locked")), U(at("open")), U(at("source")));
         return;
