@@ -400,32 +400,35 @@ TEST_F(FsTest, CopyFilesAndTrees)
 
 TEST_F(FsTest, RemovalSizesCountsAndListings)
 {
-    SFileSys::makeDirectories(at("r/sub/deep"));
+    SFileSys::makeDirectories(at("r/sub.log/deep"));
     writeFile(at("r/a.log"), "aaaa");
     writeFile(at("r/b.log"), "bb");
     writeFile(at("r/c.txt"), "c");
-    writeFile(at("r/sub/d.log"), "dddddddd");
-    writeFile(at("r/sub/deep/e"), "eeeeeeeeeeeeeeee");
-    fs::permissions(P(at("r/sub/d.log")), fs::perms::owner_read, fs::perm_options::replace);
+    writeFile(at("r/sub.log/d.log"), "dddddddd");
+    writeFile(at("r/sub.log/deep/e"), "eeeeeeeeeeeeeeee");
+    fs::permissions(P(at("r/sub.log/d.log")), fs::perms::owner_read, fs::perm_options::replace);
     EXPECT_EQ(5u, SFileSys::countFiles(at("r")));
     EXPECT_EQ(7u, SFileSys::countAll(at("r")));
     EXPECT_EQ(31u, SFileSys::rsize(at("r")));
-    EXPECT_EQ(16, SFileSys::sizeEx(at("r/sub/deep/e")));
+    EXPECT_EQ(16, SFileSys::sizeEx(at("r/sub.log/deep/e")));
 
     SIArray<FileProp> props;
     SFileSys::listing(at("r"), W("*.log"), props);
-    ASSERT_EQ(2u, props.size());
-    EXPECT_EQ((std::set<std::string>{"a.log", "b.log"}),
-              (std::set<std::string>{U(props[0].getName()), U(props[1].getName())}));
+    ASSERT_EQ(3u, props.size());
+    EXPECT_EQ((std::set<std::string>{"a.log", "b.log", "sub.log"}),
+              (std::set<std::string>{U(props[0].getName()), U(props[1].getName()), U(props[2].getName())}));
     SFileSys::listing(at("r"), W("*.*"), props);
     EXPECT_EQ(4u, props.size());
 
     unsigned long removed = 7;
     SFileSys::removeContent(at("r"), W("*.log"), removed);
-    EXPECT_EQ(6ul, removed);   // a.log and b.log: not c.txt, not recursive
+    EXPECT_EQ(6ul, removed);   // a.log and b.log: not c.txt, not below sub.log
+    int64_t removedEx = 5;
+    SFileSys::removeContentEx(at("r"), W("*.txt"), removedEx);
+    EXPECT_EQ(1, removedEx);
     // rremoveContent empties (read-only entries included) and keeps the directory.
-    SFileSys::rremoveContent(at("r/sub"));
-    EXPECT_EQ(0u, SFileSys::countAll(at("r/sub")));
+    SFileSys::rremoveContent(at("r/sub.log"));
+    EXPECT_EQ(0u, SFileSys::countAll(at("r/sub.log")));
     SFileSys::rremove(at("r"));
     for (auto op : {+[](const SWCharString& p) { SFileSys::rremove(p); },
                     +[](const SWCharString& p) { SFileSys::rsize(p); },
