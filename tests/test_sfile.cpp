@@ -59,6 +59,7 @@ protected:
     vardo_test::TempDir m_tmp{"vardo_sfile_"};
 };
 
+// Opens up readLine's byte-at-a-time rule, which its block reads must match.
 class ByteRuleFile : public SFile {
 public:
     using SFile::SFile;

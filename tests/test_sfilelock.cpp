@@ -54,8 +54,7 @@ TEST_F(SFileLockTest, LockAndUnlock)
 
     // No attempts: gives up at once without creating anything.
     EXPECT_EQ(SFileLock::gaveUp, lockOf(1, 0, false).lock());
-    // Creation fails for another reason than an existing file: a missing folder, a full
-    // disk.
+    // Creation fails for another reason than an existing file: a missing folder, a full disk.
     EXPECT_EQ(SFileLock::createFailed, SFileLock(W(m_tmp.str("no/dir.lock")), 1, 5, false).lock());
     if (vardo_test::injectFault(vardo_test::Fault::open, ENOSPC)) {
         EXPECT_EQ(SFileLock::createFailed, lockOf(1, 5, false).lock());
