@@ -5,14 +5,12 @@
 #  include "os/os_faults.h"
 #endif
 
+#include <sys/stat.h>
 #if defined(_WIN32)
 #  include <windows.h>
 #  include <io.h>
-#  include <sys/stat.h>
 #else
 #  include <grp.h>
-#  include <sys/stat.h>
-#  include <sys/types.h>
 #  include <unistd.h>
 #endif
 
@@ -27,9 +25,8 @@ bool makeFifo(const std::string&) { return false; }
 
 bool setFileMode(const std::string& path, int mode)
 {
-    int n = MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, nullptr, 0);
-    std::wstring w(n, L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, &w[0], n);
+    std::wstring w(MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, nullptr, 0), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, &w[0], static_cast<int>(w.size()));
     return _wchmod(w.c_str(), (mode & 0200) ? (_S_IREAD | _S_IWRITE) : _S_IREAD) == 0;
 }
 
@@ -40,20 +37,13 @@ bool runningAsRoot() { return geteuid() == 0; }
 
 bool dropPrivileges()
 {
-    if (geteuid() == 0) {
-        gid_t nobody = 65534;
-        if (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(65534) != 0)
-            return false;
-    }
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0))
+        return false;
     return geteuid() != 0;
 }
 
 bool makeFifo(const std::string& path) { return mkfifo(path.c_str(), 0600) == 0; }
-
-bool setFileMode(const std::string& path, int mode)
-{
-    return chmod(path.c_str(), static_cast<mode_t>(mode)) == 0;
-}
+bool setFileMode(const std::string& path, int mode) { return chmod(path.c_str(), static_cast<mode_t>(mode)) == 0; }
 
 #endif
 
@@ -70,8 +60,8 @@ bool redirectSyslog(const char* path)
 bool injectFault(Fault point, int errorNumber, unsigned long long after)
 {
     using namespace Vardo400::os;
-    static const FaultPoint kPoints[] = {faultFileOpen, faultFileRead, faultFileWrite,
-                                         faultFileCommit, faultCopyBytes};
+    static const FaultPoint kPoints[] = {faultFileOpen, faultFileRead, faultFileWrite, faultFileCommit,
+                                         faultCopyBytes};
     injectFault(kPoints[static_cast<int>(point)], errorNumber, after);
     return true;
 }

@@ -31,11 +31,7 @@ struct TempDir {
     TempDir& operator=(const TempDir&) = delete;
 
     // The file's path as UTF-8 text.
-    std::string str(const std::string& name) const
-    {
-        auto s = (path / std::filesystem::u8path(name)).u8string();
-        return std::string(s.begin(), s.end());
-    }
+    std::string str(const std::string& name) const { return (path / std::filesystem::u8path(name)).u8string(); }
     // Writes bytes (any byte container) to the file; returns its path.
     template <class Bytes> std::string write(const std::string& name, const Bytes& bytes) const
     {
