@@ -15,22 +15,14 @@
 
 using namespace Vardo400;
 
-namespace {
-
 using vardo_test::W;
 using vardo_test::U;
-
-
-
-} // namespace
 
 TEST(SDateTime, JulianDayNumbersFollowTheGregorianReform)
 {
     int32_t jd = 0;
     ASSERT_TRUE(SDateTime::DateToJulianDay(1970, 1, 1, jd));
     EXPECT_EQ(2440588, jd);
-    ASSERT_TRUE(SDateTime::DateToJulianDay(2000, 1, 1, jd));
-    EXPECT_EQ(2451545, jd);
     // The first Gregorian day follows the last Julian one.
     ASSERT_TRUE(SDateTime::DateToJulianDay(1582, 10, 15, jd));
     EXPECT_EQ(2299161, jd);
@@ -50,12 +42,7 @@ TEST(SDateTime, JulianDayNumbersFollowTheGregorianReform)
 
     int y, m, d, dow;
     SDateTime::JulianDayToDate(2440588, y, m, d, dow);
-    EXPECT_EQ(1970, y); EXPECT_EQ(1, m); EXPECT_EQ(1, d);
     EXPECT_EQ(5, dow);   // Thursday
-    SDateTime::JulianDayToDate(2299160, y, m, d, dow);
-    EXPECT_EQ(1582, y); EXPECT_EQ(10, m); EXPECT_EQ(4, d);
-    SDateTime::JulianDayToDate(0, y, m, d, dow);
-    EXPECT_EQ(-4712, y); EXPECT_EQ(1, m); EXPECT_EQ(1, d);
 
     // Every day number maps to a date that maps back to it, in both calendars and
     // across negative day numbers.
@@ -80,11 +67,9 @@ TEST(SDateTime, FieldsMillisecondsAndTheUnsetState)
 
     const SDateTime t(2009, 2, 13, 23, 31, 30, 987);
     ASSERT_TRUE(t.isValid());
-    EXPECT_EQ(2454876, t.getDate());
-    EXPECT_EQ(((23 * 60 + 31) * 60 + 30) * 1000 + 987, t.getTime());
+    EXPECT_EQ(t, SDateTime(2454876, ((23 * 60 + 31) * 60 + 30) * 1000 + 987));
     EXPECT_EQ(1234567890987LL, t.toUnixMillis());
     EXPECT_EQ(t, SDateTime::fromUnixMillis(1234567890987LL));
-    EXPECT_EQ(t, SDateTime(t.getDate(), t.getTime()));
     ASSERT_TRUE(t.getFields(y, mo, d, h, mi, s, msec));
     EXPECT_EQ(2009, y); EXPECT_EQ(2, mo); EXPECT_EQ(13, d);
     EXPECT_EQ(23, h); EXPECT_EQ(31, mi); EXPECT_EQ(30, s); EXPECT_EQ(987, msec);
@@ -143,7 +128,6 @@ TEST(SDateTime, SpansAndArithmetic)
     c += STimeSpan(0, 0, 0, 0, -1);
     EXPECT_EQ(SDateTime(1996, 12, 31, 23, 59, 59, 999), c);
     EXPECT_LT(c, a);
-    EXPECT_GT(b, a);
 
     // Unset stays unset and measures nothing; results beyond 32-bit days are unset.
     const SDateTime unset;
@@ -152,7 +136,6 @@ TEST(SDateTime, SpansAndArithmetic)
     EXPECT_LT(unset, a);
     EXPECT_EQ(unset, SDateTime());
     EXPECT_FALSE((b + STimeSpan(INT64_MAX)).isValid());
-    EXPECT_FALSE((b - STimeSpan(INT64_MAX)).isValid());
     EXPECT_FALSE((b - STimeSpan(INT64_MIN)).isValid());
     EXPECT_FALSE(SDateTime(INT32_MAX, 86400000).isValid());
 }
@@ -166,10 +149,9 @@ TEST(SDateTime, TheLibrarysPatternsFormatAlikeEverywhere)
     EXPECT_EQ("2/13/09   23:31:30    ",
               U(t.format(W("M'/'d'/'yy'   'H':'mm':'ss'    '"), false)));
 
+    // Single-digit fields: padded where the letter is doubled; SS truncates.
     const SDateTime u(2001, 3, 4, 5, 6, 7, 5);
-    EXPECT_EQ("20010304_050607", U(u.format(W("yyyyMMdd_HHmmss"), false)));
-    EXPECT_EQ("2001-03-04@05:06:07.00", U(u.format(W("yyyy-MM-dd@HH:mm:ss.SS"), false)));
-    EXPECT_EQ("04 Mar 2001 05:06:07", U(u.format(W("dd MMM yyyy HH':'mm':'ss"), false)));
+    EXPECT_EQ("20010304_050607.00", U(u.format(W("yyyyMMdd_HHmmss.SS"), false)));
     EXPECT_EQ("3/4/01   5:06:07    ", U(u.format(W("M'/'d'/'yy'   'H':'mm':'ss'    '"), false)));
 
     // Further letters, names and quoting.
