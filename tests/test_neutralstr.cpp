@@ -50,14 +50,20 @@ std::string toChars(double v)
     return std::string(buf, r.ptr);
 }
 
-// The integer ToNumber makes of a text, or "fail"; a failure must leave 0 behind.
+// The integer a parser made of a text, or "fail"; a failure must leave 0 behind.
+template <class T>
+std::string result(bool ok, T out)
+{
+    if (ok)
+        return std::to_string(out);
+    return out == 0 ? "fail" : "fail, leaving " + std::to_string(out);
+}
+
 template <class T>
 std::string read(const char* text)
 {
     T out = static_cast<T>(99);
-    if (NeutralString::ToNumber(W(text), out))
-        return std::to_string(out);
-    return out == 0 ? "fail" : "fail, leaving " + std::to_string(out);
+    return result(NeutralString::ToNumber(W(text), out), out);
 }
 
 // The same through the iterator overloads over an ASCII string.
@@ -66,9 +72,7 @@ std::string readIter(const char* text)
 {
     const SAsciiString s(text);
     T out = static_cast<T>(99);
-    if (NeutralString::ToNumber(s.begin(), s.end(), out))
-        return std::to_string(out);
-    return out == 0 ? "fail" : "fail, leaving " + std::to_string(out);
+    return result(NeutralString::ToNumber(s.begin(), s.end(), out), out);
 }
 
 // Real ToNumber with an output preset to a marker, so failures show what they leave behind.
@@ -139,16 +143,12 @@ TEST(NeutralInteger, RadixSixteenDiffersBetweenTheTwoForms)
 {
     auto str16 = [](const char* text) {
         int v = 1;
-        if (!StringConvToInteger(W(text), v, (unsigned short)0, 2147483647, 134217727, 16, true))
-            return std::string("fail");
-        return std::to_string(v);
+        return result(StringConvToInteger(W(text), v, (unsigned short)0, 2147483647, 134217727, 16, true), v);
     };
     auto iter16 = [](const char* text) {
         const SAsciiString s(text);
         long v = 1;
-        if (!StringConvToIntegerIterator(s.begin(), s.end(), v, 2147483647l, 134217727l, 16, true))
-            return v == 0 ? std::string("fail") : "fail, leaving " + std::to_string(v);
-        return std::to_string(v);
+        return result(StringConvToIntegerIterator(s.begin(), s.end(), v, 2147483647l, 134217727l, 16, true), v);
     };
     // The colon is the digit 10 in both forms; W..` are 0..9 only in the iterator form;
     // '@' is 9 only in the string form; letters only in the string form.
@@ -207,37 +207,35 @@ TEST(NeutralInteger, IteratorFormRefusesBlanksAndStopsAtEndOrTerminator)
 
 TEST(NeutralInteger, FormatsInEveryRadixAndType)
 {
-    char buf[80];
-    EXPECT_EQ(StringConvFromInteger(buf, -255, 16), 8);
-    EXPECT_STREQ(buf, "FFFFFF01");
-    EXPECT_EQ(StringConvFromInteger(buf, -255, 10), 4);
-    EXPECT_STREQ(buf, "-255");
+    // The count returned, a blank, and the text written.
+    auto format = [](auto value, int radix) {
+        char buf[80];
+        const long n = StringConvFromInteger(buf, value, radix);
+        return std::to_string(n) + " " + buf;
+    };
+    EXPECT_EQ(format(-255, 16), "8 FFFFFF01");
+    EXPECT_EQ(format(-255, 10), "4 -255");
+    EXPECT_EQ(format(0, 10), "1 0");
+    EXPECT_EQ(format(35, 36), "1 Z");
+    EXPECT_EQ(format((signed char)-1, 16), "2 FF");
+    EXPECT_EQ(format(~0ull, 2), "64 " + std::string(64, '1'));
     // long in another radix shows the platform's width of long.
-    EXPECT_EQ(StringConvFromInteger(buf, -1l, 16), static_cast<long>(2 * sizeof(long)));
-    EXPECT_EQ(StringConvFromInteger(buf, 0, 10), 1);
-    EXPECT_STREQ(buf, "0");
-    EXPECT_EQ(StringConvFromInteger(buf, 35, 36), 1);
-    EXPECT_STREQ(buf, "Z");
-    EXPECT_EQ(StringConvFromInteger(buf, (signed char)-1, 16), 2);
-    EXPECT_STREQ(buf, "FF");
-    EXPECT_EQ(StringConvFromInteger(buf, ~0ull, 2), 64);
+    EXPECT_EQ(format(-1l, 16), std::to_string(2 * sizeof(long)) + " " + std::string(2 * sizeof(long), 'F'));
     unsigned short wbuf[80];
     EXPECT_EQ(StringConvFromInteger(wbuf, 48879u, 16), 4);
     EXPECT_EQ(narrow(SWCharString(wbuf)), "BEEF");
 
     // Each type's own overload: a cast to the wrong width shows at its extremes.
-    EXPECT_EQ(narrow(NeutralString::FromNumber((signed char)-128)), "-128");
-    EXPECT_EQ(narrow(NeutralString::FromNumber((unsigned char)255)), "255");
-    EXPECT_EQ(narrow(NeutralString::FromNumber((short)-32768)), "-32768");
-    EXPECT_EQ(narrow(NeutralString::FromNumber((unsigned short)65535)), "65535");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(4294967295u)), "4294967295");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(std::numeric_limits<long>::min())),
-              std::to_string(std::numeric_limits<long>::min()));
-    EXPECT_EQ(narrow(NeutralString::FromNumber(std::numeric_limits<unsigned long>::max())),
-              std::to_string(std::numeric_limits<unsigned long>::max()));
-    EXPECT_EQ(narrow(NeutralString::FromNumber(std::numeric_limits<long long>::min())),
-              "-9223372036854775808");
-    EXPECT_EQ(narrow(NeutralString::FromNumber(~0ull)), "18446744073709551615");
+    auto same = [](auto x) { return narrow(NeutralString::FromNumber(x)) == std::to_string(x); };
+    EXPECT_TRUE(same((signed char)-128));
+    EXPECT_TRUE(same((unsigned char)255));
+    EXPECT_TRUE(same((short)-32768));
+    EXPECT_TRUE(same((unsigned short)65535));
+    EXPECT_TRUE(same(4294967295u));
+    EXPECT_TRUE(same(std::numeric_limits<long>::min()));
+    EXPECT_TRUE(same(std::numeric_limits<unsigned long>::max()));
+    EXPECT_TRUE(same(std::numeric_limits<long long>::min()));
+    EXPECT_TRUE(same(~0ull));
 
     // Every decimal text parses back; random values of each width.
     std::mt19937_64 rng(7);
@@ -315,8 +313,6 @@ TEST(NeutralReal, KeepsTwentySignificantDigitsAndCountsTheRest)
     EXPECT_EQ(f, FLT_MAX);
     EXPECT_TRUE(parse("-1e39", f));
     EXPECT_TRUE(std::isinf(f) && f < 0);
-    EXPECT_TRUE(parse("0.1", f));
-    EXPECT_EQ(f, 0.1f);
     EXPECT_FALSE(parse("x", f));
     EXPECT_EQ(f, 99); // unchanged
 }
@@ -347,17 +343,17 @@ TEST(NeutralReal, EveryStringAndIteratorInstantiation)
     EXPECT_EQ(d, 1500);
 }
 
-// The shortest round trip through our own parser, compared with std::to_chars.
+// The shortest round trip through our own parser, compared with std::to_chars; under a
+// comma locale where there is one, which must change nothing.
 TEST(NeutralReal, FromNumberReadsBackIdenticallyAndMatchesToChars)
 {
+    const vardo_test::ScopedLocale de("de_DE.UTF-8");
     std::vector<double> sample;
     std::mt19937_64 rng(20240611);
     for (int i = 0; i < 300000; ++i)
         sample.push_back(fromBits(rng()));                        // all exponents
     for (int i = 0; i < 20000; ++i)
         sample.push_back(fromBits(rng() & 0x800FFFFFFFFFFFFFull)); // subnormals
-    for (int i = 0; i < 50000; ++i)
-        sample.push_back(static_cast<double>(rng() >> (11 + rng() % 53)) * (i % 2 ? -1 : 1));
     for (int i = 0; i < 50000; ++i)                               // short decimals
         sample.push_back(static_cast<double>(rng() % 2000001) / 1000.0 - 1000.0);
     for (int e = -330; e <= 308; ++e) {
@@ -434,15 +430,4 @@ TEST(NeutralLocale, CommaDecimalLocaleChangesNothing)
     EXPECT_EQ(narrow(NeutralString::FromNumber(1234.5)), "1234.5");
     EXPECT_EQ(narrow(NeutralString::FromNumber(1234567)), "1234567");
     EXPECT_EQ(std::string(NeutralString::FromNumberToAscii(3.25e100).data()), "3.25e+100");
-
-    std::mt19937_64 rng(3);
-    for (int k = 0; k < 20000; ++k) {
-        const double v = fromBits(rng());
-        if (std::isnan(v) || std::fabs(v) < 1e-292)
-            continue;
-        const SWCharString s = NeutralString::FromNumber(v);
-        ASSERT_EQ(narrow(s), toChars(v));
-        ASSERT_TRUE(NeutralString::ToNumber(s, d));
-        ASSERT_EQ(bitsOf(d), bitsOf(v));
-    }
 }

