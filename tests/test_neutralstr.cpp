@@ -63,7 +63,8 @@ template <class T>
 std::string read(const char* text)
 {
     T out = static_cast<T>(99);
-    return result(NeutralString::ToNumber(W(text), out), out);
+    const bool ok = NeutralString::ToNumber(W(text), out);
+    return result(ok, out);
 }
 
 // The same through the iterator overloads over an ASCII string.
@@ -72,7 +73,8 @@ std::string readIter(const char* text)
 {
     const SAsciiString s(text);
     T out = static_cast<T>(99);
-    return result(NeutralString::ToNumber(s.begin(), s.end(), out), out);
+    const bool ok = NeutralString::ToNumber(s.begin(), s.end(), out);
+    return result(ok, out);
 }
 
 // Real ToNumber with an output preset to a marker, so failures show what they leave behind.
@@ -143,12 +145,14 @@ TEST(NeutralInteger, RadixSixteenDiffersBetweenTheTwoForms)
 {
     auto str16 = [](const char* text) {
         int v = 1;
-        return result(StringConvToInteger(W(text), v, (unsigned short)0, 2147483647, 134217727, 16, true), v);
+        const bool ok = StringConvToInteger(W(text), v, (unsigned short)0, 2147483647, 134217727, 16, true);
+        return result(ok, v);
     };
     auto iter16 = [](const char* text) {
         const SAsciiString s(text);
         long v = 1;
-        return result(StringConvToIntegerIterator(s.begin(), s.end(), v, 2147483647l, 134217727l, 16, true), v);
+        const bool ok = StringConvToIntegerIterator(s.begin(), s.end(), v, 2147483647l, 134217727l, 16, true);
+        return result(ok, v);
     };
     // The colon is the digit 10 in both forms; W..` are 0..9 only in the iterator form;
     // '@' is 9 only in the string form; letters only in the string form.
