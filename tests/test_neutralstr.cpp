@@ -310,6 +310,7 @@ TEST(NeutralReal, KeepsTwentySignificantDigitsAndCountsTheRest)
         EXPECT_EQ(d, c.value) << c.text;
     }
     EXPECT_FALSE(parse("1000e306", d)); // 1e309
+    EXPECT_FALSE(parse("1" + zeros19 + "e290", d)); // the same with a 20th digit, a zero
 
     // float: rounded from the double; infinity beyond its range.
     float f;
