@@ -120,7 +120,7 @@ TEST(SString, AllocationAndGrowthSizes)
     EXPECT_EQ(q, W(u"q"));
 }
 
-TEST(SString, AppendsIncludingFromItself)
+TEST(SString, AppendsAndAssignsIncludingFromItself)
 {
     SWCharString s = W(u"ab");
     s += s;
@@ -135,6 +135,11 @@ TEST(SString, AppendsIncludingFromItself)
     EXPECT_EQ(s, W(u"ababbaq"));
     s.concatFromAscii("12\x7f", 10);
     EXPECT_EQ(s, W(u"ababbaq12\x7f"));
+    // A unique buffer is reused for a text from inside it.
+    const unsigned short* own = s.data();
+    s = s.data() + 2;
+    EXPECT_EQ(s, W(u"abbaq12\x7f"));
+    EXPECT_EQ(s.data(), own);
     SAsciiString a8("xy");
     a8.concatFromAscii(a8.data(), 2);
     EXPECT_EQ(a8, "xyxy");
@@ -390,6 +395,7 @@ TEST(SAnsiStringLocale, Utf8CountsCharactersNotBytes)
     // An invalid byte is one character; classification says no.
     SAnsiString bad("x\xFFy");
     EXPECT_EQ(bad.getNChars(), 3u);
+    EXPECT_EQ(bad.mid(2), SAnsiString("y"));
     EXPECT_FALSE(SAnsiChar("\xFF").isAlpha());
     EXPECT_EQ(SAnsiChar("\xFF").getLength(), -1);
 }
