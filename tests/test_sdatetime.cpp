@@ -29,14 +29,14 @@ long long julianDay(int year, int month, int day)
     return SDateTime::DateToJulianDay(year, month, day, jd) ? jd : kRefused;
 }
 
-// All calendar fields as one text, or "unset".
+// All calendar fields as one text (the day of the week last, 1 for Sunday), or "unset".
 std::string fields(const SDateTime& t, bool local = false)
 {
-    int y, mo, d, h, mi, s, ms;
-    if (!t.getFields(y, mo, d, h, mi, s, ms, local))
+    int y, mo, d, h, mi, s, ms, dow;
+    if (!t.getFields(y, mo, d, h, mi, s, ms, dow, local))
         return "unset";
     char buf[64];
-    std::snprintf(buf, sizeof buf, "%d-%02d-%02d %02d:%02d:%02d.%03d", y, mo, d, h, mi, s, ms);
+    std::snprintf(buf, sizeof buf, "%d-%02d-%02d %02d:%02d:%02d.%03d %d", y, mo, d, h, mi, s, ms, dow);
     return buf;
 }
 
@@ -79,9 +79,9 @@ TEST(SDateTime, FieldsMillisecondsAndTheUnsetState)
     EXPECT_EQ(t, SDateTime(2454876, ((23 * 60 + 31) * 60 + 30) * 1000 + 987));
     EXPECT_EQ(1234567890987LL, t.toUnixMillis());
     EXPECT_EQ(t, SDateTime::fromUnixMillis(1234567890987LL));
-    EXPECT_EQ(fields(t), "2009-02-13 23:31:30.987");
+    EXPECT_EQ(fields(t), "2009-02-13 23:31:30.987 6");
     // Before 1970: the time of day stays 0..86399999.
-    EXPECT_EQ(fields(SDateTime::fromUnixMillis(-1)), "1969-12-31 23:59:59.999");
+    EXPECT_EQ(fields(SDateTime::fromUnixMillis(-1)), "1969-12-31 23:59:59.999 4");
     EXPECT_EQ(86399999, SDateTime::fromUnixMillis(-1).getTime());
     // A time beyond one day carries into the date.
     EXPECT_EQ(SDateTime(2440589, 0), SDateTime(2440588, 86400000));
