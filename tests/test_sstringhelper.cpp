@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -96,27 +95,6 @@ TEST(MakeWords, WideSeparatorsAndAliasing)
     SStringHelper::makeWords(input, words, input, false, false);
     EXPECT_EQ(narrow(input), " keep me ");
     EXPECT_TRUE(words.empty());
-}
-
-TEST(MakeWords, RandomTextsRejoinToTheInput)
-{
-    // Without quotes and with kept separators the words are the text, cut up; with quotes
-    // no word holds a quote.
-    std::mt19937 rng(11);
-    const char alphabet[] = "ab \t\"";
-    for (int round = 0; round < 2000; ++round) {
-        std::string text;
-        for (int i = static_cast<int>(rng() % 12); i > 0; --i)
-            text += alphabet[rng() % 5];
-        std::string joined;
-        for (const std::string& w : split(text.c_str(), " \t", false, true)) {
-            ASSERT_FALSE(w.empty());
-            joined += w;
-        }
-        ASSERT_EQ(joined, text);
-        for (const std::string& w : split(text.c_str(), " \t", true, false))
-            ASSERT_EQ(w.find('"'), std::string::npos) << text;
-    }
 }
 
 TEST(SetTrim, RemovesCharactersOfTheSet)
