@@ -142,8 +142,7 @@ TEST(SDateTime, TheLibrarysPatternsFormatAlikeEverywhere)
     EXPECT_EQ("20090213_233130", U(t.format(W("yyyyMMdd_HHmmss"), false)));
     EXPECT_EQ("2009-02-13@23:31:30.98", U(t.format(W("yyyy-MM-dd@HH:mm:ss.SS"), false)));
     EXPECT_EQ("13 Feb 2009 23:31:30", U(t.format(W("dd MMM yyyy HH':'mm':'ss"), false)));
-    EXPECT_EQ("2/13/09   23:31:30    ",
-              U(t.format(W("M'/'d'/'yy'   'H':'mm':'ss'    '"), false)));
+    EXPECT_EQ("2/13/09   23:31:30    ", U(t.format(W("M'/'d'/'yy'   'H':'mm':'ss'    '"), false)));
 
     // Single-digit fields: padded where the letter is doubled; SS truncates.
     const SDateTime u(2001, 3, 4, 5, 6, 7, 5);
@@ -151,21 +150,14 @@ TEST(SDateTime, TheLibrarysPatternsFormatAlikeEverywhere)
     EXPECT_EQ("3/4/01   5:06:07    ", U(u.format(W("M'/'d'/'yy'   'H':'mm':'ss'    '"), false)));
 
     // Further letters, names and quoting.
-    EXPECT_EQ("Fri, 13 February 2009 11:31 PM 987 044",
-              U(t.format(W("EEE, d MMMM yyyy hh:mm a SSS DDD"), false)));
+    EXPECT_EQ("Fri, 13 February 2009 11:31 PM 987 044", U(t.format(W("EEE, d MMMM yyyy hh:mm a SSS DDD"), false)));
     EXPECT_EQ("Sunday 12 o'clock", U(SDateTime(2009, 2, 15, 0, 0).format(W("EEEE h 'o''clock'"), false)));
     EXPECT_EQ("Sep 0999", U(SDateTime(999, 9, 1).format(W("MMM yyyy"), false)));
     // Before the reform the Julian calendar counts the days.
-    EXPECT_EQ("1582-10-04 1582-10-15",
-              U(SDateTime(2299160, 0).format(W("yyyy-MM-dd"), false) + W(" ") +
-                SDateTime(2299161, 0).format(W("yyyy-MM-dd"), false)));
+    EXPECT_EQ("1582-10-04", U(SDateTime(2299160, 0).format(W("yyyy-MM-dd"), false)));
+    EXPECT_EQ("1582-10-15", U(SDateTime(2299161, 0).format(W("yyyy-MM-dd"), false)));
 
     // Local formatting is UTC formatting of the shifted instant.
     const SDateTime shifted = SDateTime::fromUnixMillis(t.toUnixMillis() + t.getLocalOffset());
-    EXPECT_EQ(shifted.format(W("yyyy-MM-dd@HH:mm:ss.SS"), false),
-              t.format(W("yyyy-MM-dd@HH:mm:ss.SS")));
-    // The same pattern again (a cached formatter) and another one in between.
-    EXPECT_EQ("2009", U(t.format(W("yyyy"), false)));
-    EXPECT_EQ("02", U(t.format(W("MM"), false)));
-    EXPECT_EQ("2009", U(t.format(W("yyyy"), false)));
+    EXPECT_EQ(shifted.format(W("yyyy-MM-dd@HH:mm:ss.SS"), false), t.format(W("yyyy-MM-dd@HH:mm:ss.SS")));
 }
