@@ -1,6 +1,5 @@
-// Locale-neutral numbers: both integer parsers with their limits and asymmetries, the integer
-// formatter, the real parser's digit and exponent rules, and the shortest round-trip formatting
-// of doubles (against std::to_chars), also under a locale whose decimal point is a comma.
+// Locale-neutral numbers: both integer parsers with their quirks, the integer formatter, the real
+// parser's digit and exponent rules, and the shortest round trip of doubles, under a comma locale too.
 #include <vardo/neutralstr.h>
 
 #include "locale_support.h"
@@ -40,13 +39,6 @@ double fromBits(uint64_t b)
     double d;
     std::memcpy(&d, &b, sizeof d);
     return d;
-}
-
-std::string toChars(double v)
-{
-    char buf[64];
-    const std::to_chars_result r = std::to_chars(buf, buf + sizeof buf, v);
-    return std::string(buf, r.ptr);
 }
 
 // The integer a parser made of a text, or "fail"; a failure must leave 0 behind.
@@ -129,8 +121,6 @@ TEST(NeutralInteger, StringFormEndsAtPointOrBlankAndRejectsSignsAndBlanks)
     };
     for (const auto& c : cases)
         EXPECT_EQ(read<int>(c.text), c.result) << c.text;
-    // The sign itself is refused for unsigned types.
-    EXPECT_EQ(read<unsigned int>("-"), "fail");
 }
 
 TEST(NeutralInteger, RadixSixteenDiffersBetweenTheTwoForms)
@@ -164,8 +154,7 @@ TEST(NeutralInteger, RadixSixteenDiffersBetweenTheTwoForms)
     EXPECT_TRUE(StringConvToInteger(SAnsiString("1F"), ll, 'a', 9223372036854775807ll,
                                     9223372036854775807ll / 16, 16, true));
     EXPECT_EQ(ll, 31);
-    // Radix 36 in the string form reads letters of both cases; radix 10 and below never
-    // maps letters.
+    // Radix 36 reads letters of both cases; radix 10 and below never maps letters.
     int v = 0;
     EXPECT_TRUE(StringConvToInteger(W("zZ"), v, (unsigned short)0, 2147483647, 2147483647 / 36, 36, true));
     EXPECT_EQ(v, 35 * 36 + 35);
@@ -279,8 +268,7 @@ TEST(NeutralReal, KeepsTwentySignificantDigitsAndCountsTheRest)
         // Leading zeros, also after the point, count neither as kept digits nor against 20.
         {zeros20 + zeros20 + "12345678901234567890", 12345678901234567890.0},
         {"0." + std::string(26, '0') + "12345678901234567890e30", 1234.5678901234567890},
-        // The exponent applies to the kept digits read as an integer: the limits of 308
-        // bind on that exponent, so long texts of tiny numbers read as 0.
+        // The limits of 308 bind on the exponent of the kept digits read as an integer.
         {"1.2345678901234567e-300", 0}, {"1.23e-300", 1.23e-300}, {"11e-309", 0},
         // Trailing zeros of the kept digits move into the exponent.
         {"10e-309", 1e-308}, {"0.1e-307", 1e-308}, {"1.5e308", 1.5e308},
@@ -325,8 +313,7 @@ TEST(NeutralReal, EveryStringAndIteratorInstantiation)
     EXPECT_EQ(d, 1500);
 }
 
-// The shortest round trip through our own parser, compared with std::to_chars; under a
-// comma locale where there is one, which must change nothing.
+// The shortest round trip, compared with std::to_chars; under a comma locale where there is one.
 TEST(NeutralReal, FromNumberReadsBackIdenticallyAndMatchesToChars)
 {
     const vardo_test::ScopedLocale de("de_DE.UTF-8");
@@ -345,31 +332,26 @@ TEST(NeutralReal, FromNumberReadsBackIdenticallyAndMatchesToChars)
     }
     sample.insert(sample.end(), {DBL_MAX, 9007199254740993.0, 1.0 / 3, 1e23, 2.2250738585072009e-308, 1.7976931348623155e308});
 
-    long total = 0, closest = 0;
     for (double v : sample) {
         if (std::isnan(v) || std::isinf(v))
             continue;
-        ++total;
         const SWCharString ours = NeutralString::FromNumber(v);
         const std::string text = narrow(ours);
         ASSERT_EQ(std::string(NeutralString::FromNumberToAscii(v).data()), text);
         double back = 12345;
         ASSERT_TRUE(NeutralString::ToNumber(ours, back)) << text;
-        const std::string tc = toChars(v);
+        char tcBuf[32];
+        const std::string tc(tcBuf, std::to_chars(tcBuf, tcBuf + sizeof tcBuf, v).ptr);
         double tcBack = 0;
         if (NeutralString::ToNumber(W(tc), tcBack) && bitsOf(tcBack) == bitsOf(v))
             ASSERT_EQ(text, tc); // readable exactly: then also the shortest text
         if (bitsOf(back) != bitsOf(v)) {
-            // No exact reading exists only at the low edge of the exponent range, and there
-            // the reading must be at least as close as the one of to_chars' own text.
+            // Only at the low edge no exact reading exists; ours must be as close as to_chars'.
             ASSERT_LT(std::fabs(v), 1e-292) << text << " for " << tc;
             ASSERT_NE(text, tc);
             ASSERT_LE(std::fabs(back - v), std::fabs(tcBack - v)) << text << " for " << tc;
-            ++closest;
         }
     }
-    std::printf("FromNumber(double): %ld values, %ld below 1e-292 written as the closest "
-                "readable text, the rest read back exactly\n", total, closest);
 }
 
 TEST(NeutralReal, FormattingEdges)

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 using namespace Vardo400;
 
@@ -49,8 +50,7 @@ TEST(SDateTime, JulianDayNumbersFollowTheGregorianReform)
     EXPECT_EQ(julianDay(1582, 10, 15), 2299161);
     EXPECT_EQ(julianDay(1582, 10, 4), 2299160);
     EXPECT_EQ(julianDay(-4712, 1, 1), 0);
-    // Lenient fields carry: month 13 is January of the next year, day 0 the last of
-    // the month before.
+    // Lenient fields carry: month 13 is next January, day 0 the last of the month before.
     EXPECT_EQ(julianDay(1999, 13, 1), julianDay(2000, 1, 1));
     EXPECT_EQ(julianDay(2000, 3, 0), julianDay(2000, 2, 29));
     // The 32-bit limits are refused, not wrapped.
@@ -59,8 +59,7 @@ TEST(SDateTime, JulianDayNumbersFollowTheGregorianReform)
     int y, m, d, dow;
     SDateTime::JulianDayToDate(2440588, y, m, d, dow);
     EXPECT_EQ(5, dow);   // Thursday
-    // Every day number maps to a date that maps back to it, in both calendars and
-    // across negative day numbers.
+    // Every day number maps to a date that maps back to it, in both calendars and below 0.
     for (int32_t j = -800000; j < 6000000; j += 997) {
         SDateTime::JulianDayToDate(j, y, m, d, dow);
         ASSERT_EQ(julianDay(y, m, d), j) << y << "-" << m << "-" << d;
@@ -82,13 +81,11 @@ TEST(SDateTime, FieldsMillisecondsAndTheUnsetState)
     EXPECT_EQ(fields(t), "2009-02-13 23:31:30.987 6");
     // Before 1970: the time of day stays 0..86399999.
     EXPECT_EQ(fields(SDateTime::fromUnixMillis(-1)), "1969-12-31 23:59:59.999 4");
-    EXPECT_EQ(86399999, SDateTime::fromUnixMillis(-1).getTime());
     // A time beyond one day carries into the date.
     EXPECT_EQ(SDateTime(2440589, 0), SDateTime(2440588, 86400000));
     EXPECT_EQ(SDateTime(2440587, 86399999), SDateTime(2440588, -1));
 
-    // Local fields are the UTC fields of the instant shifted by the local offset, and
-    // build the same instant back.
+    // Local fields are the UTC fields of the shifted instant, and build the instant back.
     const std::string local = fields(t, true);
     EXPECT_EQ(local, fields(SDateTime::fromUnixMillis(t.toUnixMillis() + t.getLocalOffset())));
     int y, mo, d, h, mi, s, ms;
@@ -105,12 +102,9 @@ TEST(SDateTime, SpansAndArithmetic)
 {
     const STimeSpan span(1, 2, 3, 4, 5);
     EXPECT_EQ(((26 * 60 + 3) * 60 + 4) * 1000LL + 5, span.getCount());
-    EXPECT_EQ(1, span.getDays());
-    EXPECT_EQ(2, span.getHours());
-    EXPECT_EQ(3, span.getMinutes());
-    EXPECT_EQ(4, span.getSeconds());
-    EXPECT_EQ(5, span.getMilliseconds());
-    EXPECT_EQ(26, span.getTotalHours());
+    EXPECT_EQ((std::vector<int64_t>{1, 2, 3, 4, 5, 26}),
+              (std::vector<int64_t>{span.getDays(), span.getHours(), span.getMinutes(), span.getSeconds(),
+                                    span.getMilliseconds(), span.getTotalHours()}));
     EXPECT_EQ(-2, (-span).getHours());
     EXPECT_EQ(STimeSpan(10), STimeSpan(4) + STimeSpan(6));
     EXPECT_LT(STimeSpan(-1), STimeSpan());

@@ -1,7 +1,6 @@
 // Behaviour of the string template: buffer sharing and sizes, editing, substrings,
 // search, the five comparison orders, case and blanks, multi-byte text.
 #include <vardo/sstring.h>
-#include <vardo/strace.h>
 
 #include "locale_support.h"
 #include "vardo_gtest.h"
@@ -26,8 +25,9 @@ using vardo_test::units;
 
 TEST(SString, EmptyValuesShareTheStaticEmptyBuffer)
 {
-    SWCharString a;
-    EXPECT_TRUE(a.isSharedEmpty());
+    // Copies of the empty string never count it.
+    SWCharString a, e(a), f;
+    f = e;
     EXPECT_EQ(a.getRefCount(), -1);
     EXPECT_EQ(a.data(), SWCharString::GetEmptyBuffer()->data());
 
@@ -40,11 +40,6 @@ TEST(SString, EmptyValuesShareTheStaticEmptyBuffer)
     b = W(u"text");
     b.empty();
     EXPECT_TRUE(b.isSharedEmpty());
-
-    // Copies of the empty string never count it.
-    SWCharString e(a), f;
-    f = e;
-    EXPECT_EQ(SWCharString::GetEmptyBuffer()->m_refCount, -1);
 
     // One empty buffer per instantiation.
     EXPECT_NE(static_cast<const void*>(SAnsiString().data()), static_cast<const void*>(SAsciiString().data()));
@@ -74,8 +69,7 @@ TEST(SString, CopySharesAndWritesUnshare)
 
 TEST(SString, AllocationAndGrowthSizes)
 {
-    // allocBuffer adds 32 spare units to every request; construction asks for the
-    // length plus the terminator.
+    // 32 spare units on every allocation; construction asks for length plus terminator.
     SWCharString a = W(u"abc");
     EXPECT_EQ(a.getCapacity(), 3u + 1 + 32);
 
@@ -225,7 +219,6 @@ TEST(SString, SearchGivesTheEndWhenAbsent)
     SWCharString s = W(u"one two one");
     EXPECT_EQ(s.find(W(u"three")), s.end());
     EXPECT_EQ(s.find(SWCharString()), s.begin());
-    EXPECT_EQ(s.getCharIndex(s.findFirst(SWChar('o'))), 0u);
     EXPECT_EQ(s.getCharIndex(s.findLast(SWChar('o'))), 8u);
     EXPECT_TRUE(s.findLast(SWChar('z')).isAtEnd());
 
@@ -246,7 +239,6 @@ TEST(SString, FiveComparisonOrders)
     SWCharString a = W(u"b"), b = W(u"aa");
     // Base relational operators: length first.
     EXPECT_TRUE(a < b);
-    EXPECT_TRUE(W(u"ab") < W(u"ac"));
     EXPECT_EQ(a.compareFast(b), -1);
     EXPECT_EQ(W(u"\xFFFF").compareFast(W(u"\x0001")), 1); // units are unsigned
     // Collation: "aa" before "b".
@@ -262,8 +254,7 @@ TEST(SString, FiveComparisonOrders)
     EXPECT_EQ(W(u"b").compareNoCase(nullptr), 1);
     EXPECT_LT(W(u"A").compareBinary(units(u"a")), 0);
     EXPECT_EQ(SAsciiString("abc").compareNoCase("ABZ"), -1);
-    SAnsiStringCI ansi("Hello");
-    EXPECT_TRUE(ansi == "hello");
+    EXPECT_TRUE(SAnsiStringCI("Hello") == "hello");
 
     // Pointer equality: null equals only the empty string.
     EXPECT_TRUE(SWCharString() == static_cast<const unsigned short*>(nullptr));
@@ -273,9 +264,8 @@ TEST(SString, FiveComparisonOrders)
 
 TEST(SString, UcscmpFastMatchesUnitOrder)
 {
-    // Aligned, the units are compared by words; the first differing unit decides, as an
-    // unsigned value, also when it is the second of its word. An odd count ends inside a
-    // word: the unit after it does not count.
+    // Aligned, by words: the first differing unit decides, unsigned, also as the second of
+    // its word; an odd count ends inside a word, and the unit after it does not count.
     alignas(8) unsigned short a[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 0xFFFF, 11, 0};
     alignas(8) unsigned short b[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 12, 0};
     EXPECT_EQ(ucscmp_fast(a, b, 9), 0);
