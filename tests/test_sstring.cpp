@@ -1,5 +1,4 @@
-// Behaviour of the string template: buffer sharing and sizes, editing, substrings,
-// search, the five comparison orders, case and blanks, multi-byte text.
+// The string template: sharing and sizes, editing, substrings, search, the five orders, case, multi-byte text.
 #include <vardo/sstring.h>
 
 #include "locale_support.h"
@@ -211,7 +210,6 @@ TEST(SString, SubstringsClampAtTheEnd)
     EXPECT_EQ(s.mid(b), W(u"bc"));
     EXPECT_EQ(s.mid(b, 1), W(u"b"));
     EXPECT_EQ(s.mid(b, e), W(u"bc"));
-    EXPECT_EQ(e - b, 2);
 }
 
 TEST(SString, SearchGivesTheEndWhenAbsent)

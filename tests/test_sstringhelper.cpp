@@ -1,5 +1,4 @@
-// The word splitter in both forms (separators dropped or kept, quoted words) and the
-// set-based trims.
+// The word splitter in both forms (separators dropped or kept, quoted words) and the set-based trims.
 #include <vardo/sstringhelper.h>
 
 #include "vardo_gtest.h"
