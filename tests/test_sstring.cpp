@@ -217,6 +217,8 @@ TEST(SString, SearchGivesTheEndWhenAbsent)
     SWCharString s = W(u"one two one");
     EXPECT_EQ(s.find(W(u"three")), s.end());
     EXPECT_EQ(s.find(SWCharString()), s.begin());
+    const SWCharString run = W(u"xaaaaa");
+    EXPECT_EQ(run.getCharIndex(run.find(W(u"aa"))), 1u); // the first of several hits close together
     EXPECT_EQ(s.getCharIndex(s.findLast(SWChar('o'))), 8u);
     EXPECT_TRUE(s.findLast(SWChar('z')).isAtEnd());
 
