@@ -25,7 +25,7 @@ using vardo_test::units;
 TEST(SString, EmptyValuesShareTheStaticEmptyBuffer)
 {
     // Copies of the empty string never count it.
-    SWCharString a, e(a), f;
+    SWCharString a, e(a), f = W(u"x");
     f = e;
     EXPECT_EQ(a.getRefCount(), -1);
     EXPECT_EQ(a.data(), SWCharString::GetEmptyBuffer()->data());
