@@ -343,8 +343,9 @@ TEST(NeutralReal, FromNumberReadsBackIdenticallyAndMatchesToChars)
         char tcBuf[32];
         const std::string tc(tcBuf, std::to_chars(tcBuf, tcBuf + sizeof tcBuf, v).ptr);
         double tcBack = 0;
-        if (NeutralString::ToNumber(W(tc), tcBack) && bitsOf(tcBack) == bitsOf(v))
+        if (NeutralString::ToNumber(W(tc), tcBack) && bitsOf(tcBack) == bitsOf(v)) {
             ASSERT_EQ(text, tc); // readable exactly: then also the shortest text
+        }
         if (bitsOf(back) != bitsOf(v)) {
             // Only at the low edge no exact reading exists; ours must be as close as to_chars'.
             ASSERT_LT(std::fabs(v), 1e-292) << text << " for " << tc;
