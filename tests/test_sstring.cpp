@@ -1,7 +1,5 @@
-// Behaviour of the string template: buffer sharing and sizes, editing, substrings,
-// search, the five comparison orders, case and blanks, multi-byte text.
+// The string template: sharing and sizes, editing, substrings, search, the five orders, case, multi-byte text.
 #include <vardo/sstring.h>
-#include <vardo/strace.h>
 
 #include "locale_support.h"
 #include "vardo_gtest.h"
@@ -12,9 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
-#include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -25,42 +20,28 @@ namespace {
 using vardo_test::W;
 using vardo_test::units;
 
-using vardo_test::AssertCapture;
-std::vector<std::string>& g_asserts = AssertCapture::seen();
-
 } // namespace
 
 TEST(SString, EmptyValuesShareTheStaticEmptyBuffer)
 {
-    SWCharString a;
-    EXPECT_TRUE(a.isSharedEmpty());
+    // Copies of the empty string never count it.
+    SWCharString a, e(a), f = W(u"x");
+    f = e;
     EXPECT_EQ(a.getRefCount(), -1);
-    EXPECT_EQ(a.getCapacity(), 0xFFFFFFFFu);
     EXPECT_EQ(a.data(), SWCharString::GetEmptyBuffer()->data());
-    EXPECT_EQ(*static_cast<const unsigned short*>(a), 0);
 
     SWCharString b = W(u"   \t ");
-    EXPECT_FALSE(b.isSharedEmpty());
     b.trim();
     EXPECT_TRUE(b.isSharedEmpty());
+    b = W(u"text");
+    b = static_cast<const unsigned short*>(nullptr);
+    EXPECT_TRUE(b.isSharedEmpty());
+    b = W(u"text");
+    b.empty();
+    EXPECT_TRUE(b.isSharedEmpty());
 
-    SWCharString c = W(u"text");
-    c = static_cast<const unsigned short*>(nullptr);
-    EXPECT_TRUE(c.isSharedEmpty());
-    SWCharString d = W(u"text");
-    d.empty();
-    EXPECT_TRUE(d.isSharedEmpty());
-
-    // Copies of the empty string never count it.
-    SWCharString e(a), f;
-    f = e;
-    EXPECT_EQ(SWCharString::GetEmptyBuffer()->m_refCount, -1);
-
-    SAnsiString g;
-    SAsciiString h;
-    EXPECT_TRUE(g.isSharedEmpty());
-    EXPECT_TRUE(h.isSharedEmpty());
-    EXPECT_NE(static_cast<const void*>(g.data()), static_cast<const void*>(h.data()));
+    // One empty buffer per instantiation.
+    EXPECT_NE(static_cast<const void*>(SAnsiString().data()), static_cast<const void*>(SAsciiString().data()));
 }
 
 TEST(SString, CopySharesAndWritesUnshare)
@@ -71,10 +52,8 @@ TEST(SString, CopySharesAndWritesUnshare)
     EXPECT_EQ(a.getRefCount(), 2);
 
     b += W(u"!");
-    EXPECT_NE(a.data(), b.data());
     EXPECT_EQ(a.getRefCount(), 1);
     EXPECT_EQ(a, W(u"shared text"));
-    EXPECT_EQ(b, W(u"shared text!"));
 
     SWCharString c(a);
     c.setAt(0, SWChar('S'));
@@ -89,15 +68,12 @@ TEST(SString, CopySharesAndWritesUnshare)
 
 TEST(SString, AllocationAndGrowthSizes)
 {
-    // allocBuffer adds 32 spare units to every request; construction asks for the
-    // length plus the terminator.
+    // 32 spare units on every allocation; construction asks for length plus terminator.
     SWCharString a = W(u"abc");
     EXPECT_EQ(a.getCapacity(), 3u + 1 + 32);
 
     // A zero-length substring owns a fresh buffer of capacity 33.
     SWCharString z = a.mid(10, 2);
-    EXPECT_TRUE(z.isEmpty());
-    EXPECT_FALSE(z.isSharedEmpty());
     EXPECT_EQ(z.getCapacity(), 33u);
 
     // Appending to an empty string asks for add + 1.
@@ -110,7 +86,6 @@ TEST(SString, AllocationAndGrowthSizes)
     SWCharString u = W(t34.c_str());
     ASSERT_EQ(u.getCapacity(), 67u);
     u += W(std::u16string(33, u'b').c_str());
-    EXPECT_EQ(u.getLength(), 67u);
     EXPECT_EQ(u.getCapacity(), 33u + 2 * 34 + 1);
 
     // The same growth on a shared buffer allocates, so gains the 32 spare units.
@@ -118,7 +93,6 @@ TEST(SString, AllocationAndGrowthSizes)
     SWCharString keep(s);
     s += W(std::u16string(33, u'b').c_str());
     EXPECT_EQ(s.getCapacity(), 33u + 2 * 34 + 1 + 32);
-    EXPECT_EQ(keep.getLength(), 34u);
 
     // Shared with room: a private copy sized for the new length.
     SWCharString r = W(u"abcdef");
@@ -135,7 +109,7 @@ TEST(SString, AllocationAndGrowthSizes)
     EXPECT_EQ(q, W(u"q"));
 }
 
-TEST(SString, AppendsIncludingFromItself)
+TEST(SString, AppendsAndAssignsIncludingFromItself)
 {
     SWCharString s = W(u"ab");
     s += s;
@@ -150,6 +124,11 @@ TEST(SString, AppendsIncludingFromItself)
     EXPECT_EQ(s, W(u"ababbaq"));
     s.concatFromAscii("12\x7f", 10);
     EXPECT_EQ(s, W(u"ababbaq12\x7f"));
+    // A unique buffer is reused for a text from inside it.
+    const unsigned short* own = s.data();
+    s = s.data() + 2;
+    EXPECT_EQ(s, W(u"abbaq12\x7f"));
+    EXPECT_EQ(s.data(), own);
     SAsciiString a8("xy");
     a8.concatFromAscii(a8.data(), 2);
     EXPECT_EQ(a8, "xyxy");
@@ -162,12 +141,6 @@ TEST(SString, AppendsIncludingFromItself)
     to += 5;
     other.concat(from, to);
     EXPECT_EQ(other, W(u"0123456789234"));
-
-    SWCharString big;
-    for (int i = 0; i < 10000; ++i)
-        big += SWChar(static_cast<unsigned short>('a' + i % 26));
-    EXPECT_EQ(big.getLength(), 10000u);
-    EXPECT_EQ(big.getAt(9999u), SWChar('a' + 9999 % 26));
 }
 
 TEST(SString, InsertDeleteAndSetAt)
@@ -201,23 +174,21 @@ TEST(SString, InsertDeleteAndSetAt)
     EXPECT_EQ(t, W(u"aabcbZ"));
     t.setAt(3, SWChar());  // the null character ends the text there
     EXPECT_EQ(t, W(u"aab"));
-    EXPECT_EQ(t.getLength(), 3u);
 }
 
 TEST(SString, MisuseAssertsAndContinues)
 {
-    AssertCapture capture;
+    vardo_test::AssertCapture capture;
+    const std::vector<std::string>& asserts = capture.seen();
     SWCharString s = W(u"abc");
     SWCharString other = W(u"xyz");
     EXPECT_EQ(s.getCharIndex(SWCharString::iterator(other)), 3u);
-    ASSERT_EQ(g_asserts.size(), 1u);
-    EXPECT_EQ(g_asserts[0], "iter2 == iter");
+    EXPECT_EQ(asserts, std::vector<std::string>{"iter2 == iter"});
 
     SWCharString::iterator foreign(other.data() + 1);
-    g_asserts.clear();
     s.insertChars(foreign, W(u"q"));
     EXPECT_EQ(s, W(u"abc"));
-    EXPECT_EQ(g_asserts.size(), 1u);
+    EXPECT_EQ(asserts.size(), 2u);
 }
 
 TEST(SString, SubstringsClampAtTheEnd)
@@ -228,31 +199,28 @@ TEST(SString, SubstringsClampAtTheEnd)
     EXPECT_EQ(s.mid(1), W(u"bc"));
     EXPECT_EQ(s.mid(1, 1), W(u"b"));
     EXPECT_TRUE(s.mid(10, 2).isEmpty());
-    EXPECT_TRUE(s.left(0).isEmpty());
 
     SWCharString::iterator b(s);
     ++b;
     SWCharString::iterator e(b);
     e += 100;
     EXPECT_TRUE(e.isAtEnd());
-    EXPECT_EQ(e, s.end());
     EXPECT_EQ(s.left(b), W(u"a"));
     EXPECT_EQ(s.right(b), W(u"bc"));
     EXPECT_EQ(s.mid(b), W(u"bc"));
     EXPECT_EQ(s.mid(b, 1), W(u"b"));
     EXPECT_EQ(s.mid(b, e), W(u"bc"));
-    EXPECT_EQ(e - b, 2);
-    EXPECT_TRUE(!e);
 }
 
 TEST(SString, SearchGivesTheEndWhenAbsent)
 {
     SWCharString s = W(u"one two one");
     EXPECT_EQ(s.find(W(u"three")), s.end());
-    EXPECT_EQ(s.getCharIndex(s.findFirst(SWChar('o'))), 0u);
+    EXPECT_EQ(s.find(SWCharString()), s.begin());
+    const SWCharString run = W(u"xaaaaa");
+    EXPECT_EQ(run.getCharIndex(run.find(W(u"aa"))), 1u); // the first of several hits close together
     EXPECT_EQ(s.getCharIndex(s.findLast(SWChar('o'))), 8u);
     EXPECT_TRUE(s.findLast(SWChar('z')).isAtEnd());
-    EXPECT_TRUE(s.findFirst(SWChar('z')).isAtEnd());
 
     SWCharString::iterator it(s);
     it += 1;
@@ -271,59 +239,43 @@ TEST(SString, FiveComparisonOrders)
     SWCharString a = W(u"b"), b = W(u"aa");
     // Base relational operators: length first.
     EXPECT_TRUE(a < b);
-    EXPECT_TRUE(b > a);
-    EXPECT_TRUE(W(u"ab") < W(u"ac"));
-    EXPECT_TRUE(W(u"ab") <= W(u"ab"));
     EXPECT_EQ(a.compareFast(b), -1);
     EXPECT_EQ(W(u"\xFFFF").compareFast(W(u"\x0001")), 1); // units are unsigned
     // Collation: "aa" before "b".
     EXPECT_GT(a.compare(b), 0);
-    EXPECT_LT(b.compare(a), 0);
-    EXPECT_EQ(a.compare(static_cast<const unsigned short*>(nullptr)) > 0, true);
+    EXPECT_GT(a.compare(static_cast<const unsigned short*>(nullptr)), 0);
     EXPECT_EQ(SWCharString().compare(static_cast<const unsigned short*>(nullptr)), 0);
     // CI classes order by collation without case.
     SWCharStringCI ca = W(u"B"), cb = W(u"aa");
     EXPECT_TRUE(cb < ca);
     EXPECT_TRUE(ca == W(u"b"));
-    EXPECT_TRUE(ca != W(u"c"));
     EXPECT_EQ(W(u"ABC").compareNoCase(units(u"abd")), -1);
     EXPECT_EQ(W(u"abc").compareNoCase(units(u"ABC")), 0);
     EXPECT_EQ(W(u"b").compareNoCase(nullptr), 1);
     EXPECT_LT(W(u"A").compareBinary(units(u"a")), 0);
-    EXPECT_EQ(SAsciiString("ABC").compareNoCase("abc"), 0);
-    SAnsiStringCI ansi("Hello");
-    EXPECT_TRUE(ansi == "hello");
+    EXPECT_EQ(SAsciiString("abc").compareNoCase("ABZ"), -1);
+    EXPECT_TRUE(SAnsiStringCI("Hello") == "hello");
 
     // Pointer equality: null equals only the empty string.
     EXPECT_TRUE(SWCharString() == static_cast<const unsigned short*>(nullptr));
     EXPECT_FALSE(W(u"x") == static_cast<const unsigned short*>(nullptr));
     EXPECT_TRUE(W(u"x") == units(u"x"));
-    EXPECT_TRUE(W(u"x") != units(u"xy"));
 }
 
 TEST(SString, UcscmpFastMatchesUnitOrder)
 {
-    // The sign of the first differing unit, aligned and (one unit in) unaligned.
-    auto expected = [](const unsigned short* a, const unsigned short* b, size_t n) {
-        for (size_t i = 0; i < n; ++i)
-            if (a[i] != b[i])
-                return a[i] < b[i] ? -1 : 1;
-        return 0;
-    };
-    std::mt19937 rng(7);
-    alignas(8) unsigned short a[80], b[80];
-    for (int round = 0; round < 4000; ++round) {
-        size_t n = rng() % 70;
-        for (size_t i = 0; i < n + 2; ++i)
-            a[i] = b[i] = static_cast<unsigned short>(1 + rng() % 0xFFFE);
-        a[n] = b[n] = 0;
-        if (n && rng() % 3)
-            b[rng() % n] = static_cast<unsigned short>(1 + rng() % 0xFFFE);
-        for (size_t off = 0; off < 2 && off <= n; ++off) {
-            int got = ucscmp_fast(a + off, b + off, n - off);
-            ASSERT_EQ((got > 0) - (got < 0), expected(a + off, b + off, n - off)) << "n=" << n << " off=" << off;
-        }
-    }
+    // Aligned, by words: the first differing unit decides, unsigned, also as the second of
+    // its word; an odd count ends inside a word, and the unit after it does not count.
+    alignas(8) unsigned short a[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 0xFFFF, 11, 0};
+    alignas(8) unsigned short b[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 12, 0};
+    EXPECT_EQ(ucscmp_fast(a, b, 9), 0);
+    EXPECT_EQ(ucscmp_fast(a, b, 10), 1);
+    EXPECT_EQ(ucscmp_fast(b, a, 11), -1);
+    b[8] = 10;
+    EXPECT_EQ(ucscmp_fast(a, b, 9), -1);
+    EXPECT_EQ(ucscmp_fast(a + 2, b + 2, 8), -1);
+    // Unaligned, the C library's comparison up to the terminator decides.
+    EXPECT_LT(ucscmp_fast(a + 1, b + 1, 1), 0);
 }
 
 TEST(SString, CaseAndBlanks)
@@ -336,13 +288,6 @@ TEST(SString, CaseAndBlanks)
     EXPECT_EQ(w, W(u"STRAßE ÉTÉ"));
     w.toLower();
     EXPECT_EQ(w, W(u"straße ÉtÉ"));
-    {
-        vardo_test::ScopedLocale loc("C.UTF-8");
-        if (loc.ok()) {
-            w.toLower();
-            EXPECT_EQ(w, W(u"straße été"));
-        }
-    }
 
     SWCharString t = W(u"\x3000 text \x00A0");
     t.trim();
@@ -362,15 +307,12 @@ TEST(SString, CaseAndBlanks)
     EXPECT_STREQ(buf, "ABC");
     unsigned short wb[8] = {'A', 0xC9, 'Z', 0};
     MakeLowerCase(wb, -1);
-    EXPECT_EQ(wb[0], 'a');
-    EXPECT_EQ(wb[2], 'z');
+    EXPECT_EQ(SWCharString(wb), W(u"a\xC9z"));
 }
 
 TEST(SString, CharacterValues)
 {
     EXPECT_TRUE(SWChar(0x3000).isBlank());
-    EXPECT_TRUE(SWChar(0x3000).isWhiteSpace());
-    EXPECT_FALSE(SWChar(0x0085).isWhiteSpace());
     EXPECT_FALSE(SWChar(0x00A0).isBlank());
     EXPECT_TRUE(SWChar(0x00A0).isWhiteSpace());
     EXPECT_EQ(SWChar('a').toUpper(), SWChar('A'));
@@ -405,21 +347,23 @@ TEST(SAnsiStringLocale, Utf8CountsCharactersNotBytes)
     EXPECT_EQ(s.getLength(), 4u);
     EXPECT_EQ(s.getNChars(), 3u);
     SAnsiString::iterator it(s);
-    ++it;
-    EXPECT_EQ(it - SAnsiString::iterator(s), 1);
-    ++it;
+    it += 2;
     EXPECT_EQ(it - SAnsiString::iterator(s), 3);
     EXPECT_EQ(s.getCharIndex(it), 2u);
     EXPECT_EQ(s.mid(1, 1), SAnsiString("\xC3\xA9"));
-    EXPECT_EQ(s.right(1), SAnsiString("z"));
     s.toUpper();
     EXPECT_EQ(s, SAnsiString("A\xC3\x89Z"));
+    // The wide mapping follows the C locale too.
+    SWCharString w = W(u"ÉTÉ");
+    w.toLower();
+    EXPECT_EQ(w, W(u"été"));
     EXPECT_TRUE(SAnsiChar("\xC3\x89").isUpper());
     EXPECT_TRUE(SAnsiChar("\xE3\x80\x80").isBlank()); // U+3000
 
     // An invalid byte is one character; classification says no.
     SAnsiString bad("x\xFFy");
     EXPECT_EQ(bad.getNChars(), 3u);
+    EXPECT_EQ(bad.mid(2), SAnsiString("y"));
     EXPECT_FALSE(SAnsiChar("\xFF").isAlpha());
     EXPECT_EQ(SAnsiChar("\xFF").getLength(), -1);
 }
@@ -445,26 +389,4 @@ TEST(SAnsiStringLocale, DoubleByteCodePage)
     EXPECT_EQ(t.getCharIndex(t.findFirst(SAnsiChar("a"))), 1u);
     s.deleteChar(0u);
     EXPECT_EQ(s, SAnsiString("\xCE\xC4" "a"));
-}
-
-TEST(SString, FindAgreesWithNaiveSearch)
-{
-    std::mt19937 rng(11);
-    for (int round = 0; round < 3000; ++round) {
-        std::u16string h, n;
-        size_t hn = rng() % 40, nn = 1 + rng() % 4;
-        for (size_t i = 0; i < hn; ++i)
-            h.push_back(static_cast<char16_t>(u'a' + rng() % 3));
-        for (size_t i = 0; i < nn; ++i)
-            n.push_back(static_cast<char16_t>(u'a' + rng() % 3));
-        SWCharString sh = W(h.c_str()), sn = W(n.c_str());
-        size_t expect = h.find(n);
-        SWCharString::iterator it = sh.find(sn);
-        if (expect == std::u16string::npos)
-            ASSERT_TRUE(it.isAtEnd()) << round;
-        else
-            ASSERT_EQ(sh.getCharIndex(it), expect) << round;
-    }
-    SWCharString abc = W(u"abc");
-    EXPECT_EQ(abc.find(SWCharString()), abc.begin());
 }

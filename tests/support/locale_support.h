@@ -2,8 +2,6 @@
 #ifndef VARDO_TEST_LOCALE_SUPPORT_H
 #define VARDO_TEST_LOCALE_SUPPORT_H
 
-#include <string>
-
 namespace vardo_test {
 
 // Sets LC_ALL to name for the lifetime of the object and restores "C" afterwards.
