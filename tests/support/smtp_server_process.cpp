@@ -1,7 +1,6 @@
 // Starts tests/smtp_server.py with pipes (POSIX); reads the store it writes.
 #include "smtp_server_process.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -91,8 +90,7 @@ void SmtpServerProcess::stop()
 
 int SmtpServerProcess::count() const
 {
-    std::string c = readFileBytes(m_store + "/count");
-    return c.empty() ? 0 : std::atoi(c.c_str());
+    return std::atoi(readFileBytes(m_store + "/count").c_str());
 }
 
 namespace {

@@ -119,11 +119,11 @@ std::string PeerConn::recvSome(int ms)
     return take(std::string::npos);
 }
 
-std::string PeerConn::recvLine(int ms)
+std::string PeerConn::recvUntil(const std::string& end, int ms)
 {
-    size_t nl = std::string::npos;
-    fill([&] { return (nl = m_pending.find('\n')) != std::string::npos; }, ms);
-    return take(nl == std::string::npos ? nl : nl + 1);
+    size_t at = std::string::npos;
+    fill([&] { return (at = m_pending.find(end)) != std::string::npos; }, ms);
+    return take(at == std::string::npos ? at : at + end.size());
 }
 
 std::string PeerConn::recvExact(size_t n, int ms)
@@ -194,15 +194,6 @@ int socketInheritable(unsigned int socket)
 #else
     int flags = fcntl((int)socket, F_GETFD);
     return flags < 0 ? -1 : (flags & FD_CLOEXEC) == 0;
-#endif
-}
-
-bool socketsAreDescriptors()
-{
-#ifdef _WIN32
-    return false;
-#else
-    return true;
 #endif
 }
 

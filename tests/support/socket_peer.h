@@ -25,8 +25,9 @@ public:
     bool send(const std::string& bytes);
     // What is there; empty at end of stream or time-out.
     std::string recvSome(int ms = 10000);
-    // Up to and including the next "\n", or what came before the end or the time-out.
-    std::string recvLine(int ms = 10000);
+    // Up to and including the next `end`, or what came before the end or the time-out.
+    std::string recvUntil(const std::string& end, int ms = 10000);
+    std::string recvLine(int ms = 10000) { return recvUntil("\n", ms); }
     // Exactly n bytes, fewer at end of stream or time-out.
     std::string recvExact(size_t n, int ms = 10000);
     // Everything until the peer closes.
@@ -71,8 +72,6 @@ int64_t nowMs();
 std::string loopbackSockaddr(uint16_t port);
 // Whether a child process would inherit the socket: 1 yes, 0 no, -1 unknown.
 int socketInheritable(unsigned int socket);
-// True where sockets are small descriptor numbers (POSIX).
-bool socketsAreDescriptors();
 
 } // namespace vardo_test
 
