@@ -314,7 +314,7 @@ TEST(SmtpScripted, RepliesRecipientRulesAndBrokenServers)
     };
     const Case cases[] = {
         {"multi-line EHLO reply in chunks, one of two recipients refused",
-         [](ScriptedSmtp& s) { s.ehlo = {"250-scripted.example", " greets you\r\n250-SIZE 1000", "0\r\n", "250 HELP\r\n"}; },
+         [](ScriptedSmtp& s) { s.ehlo = {"250-scri", "pted\r\n250-SIZE 10", "00\r\n", "250 HELP\r\n"}; },
          {"good@x", "bad@x"}, {}, "EHLO MAIL RCPT RCPT DATA QUIT ", {0}, 0, X::noError, false},
         {"every To recipient refused", [](ScriptedSmtp& s) { s.refusal = "553 no\r\n"; },
          {"bad1@x", "bad2@x"}, {"ok@x"}, "EHLO MAIL RCPT RCPT ", {550}, 41603, X::senderOrToError, false},
@@ -350,7 +350,7 @@ TEST(SmtpScripted, RepliesRecipientRulesAndBrokenServers)
         int64_t spent = nowMs() - t0;
         peer.reset();   // joins the peer's thread
         EXPECT_EQ(c.commands, smtp.commands);
-        EXPECT_NE(c.replies.end(), std::find(c.replies.begin(), c.replies.end(), e.getReplyCode())) << e.getReplyCode();
+        EXPECT_TRUE(std::count(c.replies.begin(), c.replies.end(), e.getReplyCode())) << "reply " << e.getReplyCode();
         EXPECT_EQ(c.messageNumber, e.getMessageNumber());
         EXPECT_EQ(c.code, e.getErrorCode());
         EXPECT_GE(spent, c.stalls ? 59900 : 0);
