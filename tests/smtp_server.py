@@ -9,7 +9,8 @@ USER/PASSWORD are the one valid pair. Every message received is parsed with Pyth
 email package and stored in STORE_DIR as msg-<n>/ with:
   raw.eml          the message data as received (dot-stuffing removed)
   manifest.txt     lines "key<TAB>value", values percent-encoded UTF-8:
-                   mail_from, rcpt (one per recipient), from, to, cc, subject,
+                   mail_from, auth (the mechanism, when the client authenticated),
+                   rcpt (one per recipient), from, to, cc, subject,
                    defects (count of parser defects), attachment (one per attachment:
                    filename<TAB>content type<TAB>file name of its bytes)
   text.bin         the text part's decoded bytes
@@ -49,6 +50,8 @@ class Handler:
             f.write(raw)
         msg = email.message_from_bytes(raw, policy=email.policy.default)
         lines = ["mail_from\t" + q(envelope.mail_from)]
+        if session.authenticated:
+            lines.append("auth\t" + q(session.auth_data))
         lines += ["rcpt\t" + q(r) for r in envelope.rcpt_tos]
         for key in ("from", "to", "cc", "subject"):
             if msg[key] is not None:
@@ -73,7 +76,7 @@ class Handler:
 
 def authenticator(server, session, envelope, mechanism, auth_data):
     if isinstance(auth_data, LoginPassword) and auth_data.login == USER and auth_data.password == PASSWORD:
-        return AuthResult(success=True)
+        return AuthResult(success=True, auth_data=mechanism)
     return AuthResult(success=False, handled=False)
 
 

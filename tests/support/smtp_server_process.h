@@ -1,5 +1,5 @@
 // The real SMTP server of the mail tests (tests/smtp_server.py, Debian's aiosmtpd) as a
-// child process, and readers of what it stored.
+// child process, and a reader of the messages it stored.
 #ifndef VARDO_TEST_SMTP_SERVER_PROCESS_H
 #define VARDO_TEST_SMTP_SERVER_PROCESS_H
 
@@ -13,13 +13,13 @@ namespace vardo_test {
 class SmtpServerProcess {
 public:
     SmtpServerProcess() = default;
-    ~SmtpServerProcess();
+    ~SmtpServerProcess() { stop(); }
     SmtpServerProcess(const SmtpServerProcess&) = delete;
     SmtpServerProcess& operator=(const SmtpServerProcess&) = delete;
 
-    // Starts the server storing into storeDir, accepting user/password (empty: no
-    // valid pair). False, with the reason in error, when it cannot run here (Windows,
-    // no /usr/bin/python3 with aiosmtpd).
+    // Starts the server storing into storeDir, accepting user/password (empty: no valid
+    // pair). False, with the reason in error, where it cannot run (Windows, no
+    // /usr/bin/python3 with aiosmtpd).
     bool start(const std::string& storeDir, const std::string& user, const std::string& password,
                std::string& error);
     uint16_t port() const { return m_port; }

@@ -1,8 +1,8 @@
 // Scripted loopback peers over the platform's own sockets.
 #include "socket_peer.h"
 
+#include <algorithm>
 #include <chrono>
-#include <cstring>
 
 #ifdef _WIN32
 #include <winsock2.h>
@@ -10,6 +10,7 @@
 typedef int socklen_t;
 #define PEER_CLOSE closesocket
 #define PEER_NOSIGNAL 0
+#define PEER_POLL WSAPoll
 #else
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -19,57 +20,38 @@ typedef int socklen_t;
 #include <unistd.h>
 #define PEER_CLOSE ::close
 #define PEER_NOSIGNAL MSG_NOSIGNAL
+#define PEER_POLL poll
 #endif
 
 namespace vardo_test {
 
 namespace {
 
-#ifdef _WIN32
-struct WinsockStarted {
-    WinsockStarted()
-    {
-        WSADATA d;
-        WSAStartup(MAKEWORD(2, 2), &d);
-    }
-};
 void ensureStarted()
 {
-    static WinsockStarted started;
-}
-#else
-void ensureStarted() {}
+#ifdef _WIN32
+    static const bool started = [] {
+        WSADATA d;
+        return WSAStartup(MAKEWORD(2, 2), &d) == 0;
+    }();
+    (void)started;
 #endif
+}
 
-// 1 readable, 0 time passed, -1 error.
+// 1 readable, 0 time passed, -1 error. poll, not select: the peer's descriptors may be
+// above FD_SETSIZE.
 int waitReadable(intptr_t fd, int ms)
 {
-#ifdef _WIN32
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET((SOCKET)fd, &set);
-    timeval tv;
-    tv.tv_sec = ms / 1000;
-    tv.tv_usec = (ms % 1000) * 1000;
-    int rc = select(0, &set, nullptr, nullptr, &tv);
+    pollfd p = {(decltype(p.fd))fd, POLLIN, 0};
+    int rc = PEER_POLL(&p, 1, ms);
     return rc < 0 ? -1 : rc > 0 ? 1 : 0;
-#else
-    pollfd p;
-    p.fd = (int)fd;
-    p.events = POLLIN;
-    p.revents = 0;
-    int rc = poll(&p, 1, ms);
-    return rc < 0 ? -1 : rc > 0 ? 1 : 0;
-#endif
 }
 
 // Binds s to the loopback address on an ephemeral port; returns the port.
 uint16_t bindLoopback(intptr_t s, bool ipv6)
 {
-    sockaddr_in6 a6;
-    sockaddr_in a4;
-    std::memset(&a6, 0, sizeof a6);
-    std::memset(&a4, 0, sizeof a4);
+    sockaddr_in6 a6 = {};
+    sockaddr_in a4 = {};
     a6.sin6_family = AF_INET6;
     a6.sin6_addr = in6addr_loopback;
     a4.sin_family = AF_INET;
@@ -90,11 +72,6 @@ int64_t nowMs()
         .count();
 }
 
-PeerConn::~PeerConn()
-{
-    close();
-}
-
 void PeerConn::close()
 {
     if (m_fd >= 0)
@@ -104,12 +81,9 @@ void PeerConn::close()
 
 bool PeerConn::send(const std::string& bytes)
 {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        size_t piece = bytes.size() - done;
-        if (piece > (1u << 20))
-            piece = 1u << 20;
-        int n = (int)::send(m_fd, bytes.data() + done, (int)piece, PEER_NOSIGNAL);
+    for (size_t done = 0; done < bytes.size();) {
+        int piece = (int)std::min<size_t>(bytes.size() - done, 1u << 20);
+        int n = (int)::send(m_fd, bytes.data() + done, piece, PEER_NOSIGNAL);
         if (n <= 0)
             return false;
         done += (size_t)n;
@@ -117,65 +91,49 @@ bool PeerConn::send(const std::string& bytes)
     return true;
 }
 
-std::string PeerConn::recvSome(int ms)
-{
-    if (!m_pending.empty()) {
-        std::string r;
-        r.swap(m_pending);
-        return r;
-    }
-    if (m_fd < 0 || waitReadable(m_fd, ms) != 1)
-        return std::string();
-    char buffer[65536];
-    int n = (int)::recv(m_fd, buffer, (int)sizeof buffer, 0);
-    return n > 0 ? std::string(buffer, (size_t)n) : std::string();
-}
-
-std::string PeerConn::recvLine(int ms)
+void PeerConn::fill(const std::function<bool()>& enough, int ms)
 {
     int64_t end = nowMs() + ms;
-    std::string line;
-    for (;;) {
-        size_t nl = m_pending.find('\n');
-        if (nl != std::string::npos) {
-            line += m_pending.substr(0, nl + 1);
-            m_pending.erase(0, nl + 1);
-            return line;
-        }
-        line += m_pending;
-        m_pending.clear();
+    char buffer[65536];
+    while (!enough() && m_fd >= 0) {
         int64_t left = end - nowMs();
-        if (left <= 0)
-            return line;
-        std::string more = recvSome((int)left);
-        if (more.empty())
-            return line;
-        m_pending = more;
+        if (left <= 0 || waitReadable(m_fd, (int)left) != 1)
+            return;
+        int n = (int)::recv(m_fd, buffer, (int)sizeof buffer, 0);
+        if (n <= 0)
+            return;
+        m_pending.append(buffer, (size_t)n);
     }
+}
+
+std::string PeerConn::take(size_t n)
+{
+    std::string r = m_pending.substr(0, n);
+    m_pending.erase(0, n);
+    return r;
+}
+
+std::string PeerConn::recvSome(int ms)
+{
+    fill([this] { return !m_pending.empty(); }, ms);
+    return take(std::string::npos);
+}
+
+std::string PeerConn::recvUntil(const std::string& end, int ms)
+{
+    size_t at = std::string::npos;
+    fill([&] { return (at = m_pending.find(end)) != std::string::npos; }, ms);
+    return take(at == std::string::npos ? at : at + end.size());
 }
 
 std::string PeerConn::recvExact(size_t n, int ms)
 {
-    int64_t end = nowMs() + ms;
-    std::string all;
-    while (all.size() < n) {
-        int64_t left = end - nowMs();
-        if (left <= 0)
-            break;
-        std::string more = recvSome((int)left);
-        if (more.empty())
-            break;
-        all += more;
-    }
-    if (all.size() > n) {
-        m_pending = all.substr(n) + m_pending;
-        all.resize(n);
-    }
-    return all;
+    fill([&] { return m_pending.size() >= n; }, ms);
+    return take(n);
 }
 
 ScriptedPeer::ScriptedPeer(PeerScript script, bool ipv6, int connections)
-    : m_listener(-1), m_port(0), m_nConnections(connections), m_script(std::move(script))
+    : m_nConnections(connections), m_script(std::move(script))
 {
     ensureStarted();
     m_listener = (intptr_t)::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
@@ -186,13 +144,13 @@ ScriptedPeer::ScriptedPeer(PeerScript script, bool ipv6, int connections)
 
 void ScriptedPeer::run()
 {
-    while (!m_stop.load() && m_accepted.load() < m_nConnections) {
+    for (int accepted = 0; !m_stop.load() && accepted < m_nConnections;) {
         if (waitReadable(m_listener, 50) != 1)
             continue;
         intptr_t fd = (intptr_t)::accept(m_listener, nullptr, nullptr);
         if (fd < 0)
             continue;
-        ++m_accepted;
+        ++accepted;
         m_threads.emplace_back([this, fd] {
             PeerConn conn(fd);
             m_script(conn);
@@ -221,8 +179,7 @@ uint16_t refusedPort()
 
 std::string loopbackSockaddr(uint16_t port)
 {
-    sockaddr_in a;
-    std::memset(&a, 0, sizeof a);
+    sockaddr_in a = {};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     a.sin_port = htons(port);
@@ -233,23 +190,10 @@ int socketInheritable(unsigned int socket)
 {
 #ifdef _WIN32
     DWORD flags = 0;
-    if (!GetHandleInformation((HANDLE)(uintptr_t)socket, &flags))
-        return -1;
-    return (flags & HANDLE_FLAG_INHERIT) ? 1 : 0;
+    return GetHandleInformation((HANDLE)(uintptr_t)socket, &flags) ? (flags & HANDLE_FLAG_INHERIT) != 0 : -1;
 #else
     int flags = fcntl((int)socket, F_GETFD);
-    if (flags < 0)
-        return -1;
-    return (flags & FD_CLOEXEC) ? 0 : 1;
-#endif
-}
-
-bool socketsAreDescriptors()
-{
-#ifdef _WIN32
-    return false;
-#else
-    return true;
+    return flags < 0 ? -1 : (flags & FD_CLOEXEC) == 0;
 #endif
 }
 

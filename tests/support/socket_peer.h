@@ -1,43 +1,43 @@
 // Scripted loopback peers for the socket and mail tests: a listener on 127.0.0.1 or ::1
-// (an ephemeral port) whose accepted connections each run a script in their own thread.
-// The peer uses the platform's sockets directly, not the library, so it stays an
-// independent party to the conversation.
+// whose accepted connections each run a script in their own thread. The peer uses the
+// platform's sockets, not the library, so it stays an independent party.
 #ifndef VARDO_TEST_SOCKET_PEER_H
 #define VARDO_TEST_SOCKET_PEER_H
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace vardo_test {
 
-// One accepted connection, seen from the peer's side.
+// One accepted connection, seen from the peer's side. Every receive waits at most ms.
 class PeerConn {
 public:
     explicit PeerConn(intptr_t fd) : m_fd(fd) {}
-    ~PeerConn();
+    ~PeerConn() { close(); }
     PeerConn(const PeerConn&) = delete;
     PeerConn& operator=(const PeerConn&) = delete;
 
     // Sends all bytes; false when the connection failed.
     bool send(const std::string& bytes);
-    // Receives what is there (waiting up to ms); empty at end of stream or time-out.
+    // What is there; empty at end of stream or time-out.
     std::string recvSome(int ms = 10000);
-    // Receives up to and including the next "\n" (waiting up to ms in all); what came
-    // when the stream ended or the time passed otherwise.
-    std::string recvLine(int ms = 10000);
-    // Receives exactly n bytes (less at end of stream or time-out).
+    // Up to and including the next `end`, or what came before the end or the time-out.
+    std::string recvUntil(const std::string& end, int ms = 10000);
+    std::string recvLine(int ms = 10000) { return recvUntil("\n", ms); }
+    // Exactly n bytes, fewer at end of stream or time-out.
     std::string recvExact(size_t n, int ms = 10000);
-    // Receives until the peer closes or ms pass; returns everything.
+    // Everything until the peer closes.
     std::string recvAll(int ms = 10000) { return recvExact(std::string::npos, ms); }
-    // Closes the connection now.
     void close();
 
 private:
+    // Receives into m_pending until enough() holds, the stream ends or ms pass.
+    void fill(const std::function<bool()>& enough, int ms);
+    std::string take(size_t n);
     intptr_t m_fd;
     std::string m_pending;
 };
@@ -46,8 +46,8 @@ typedef std::function<void(PeerConn&)> PeerScript;
 
 class ScriptedPeer {
 public:
-    // Listens on 127.0.0.1 (ipv6 false) or ::1 and runs script for each of up to
-    // connections accepted connections, one thread each.
+    // Listens on an ephemeral port of 127.0.0.1 (or ::1) and runs script for each of up
+    // to `connections` accepted connections.
     explicit ScriptedPeer(PeerScript script, bool ipv6 = false, int connections = 1);
     // Stops listening and joins the script threads.
     ~ScriptedPeer();
@@ -55,17 +55,16 @@ public:
 
 private:
     void run();
-    intptr_t m_listener;
-    uint16_t m_port;
+    intptr_t m_listener = -1;
+    uint16_t m_port = 0;
     int m_nConnections;
     PeerScript m_script;
-    std::atomic<int> m_accepted{0};
     std::atomic<bool> m_stop{false};
     std::thread m_acceptThread;
     std::vector<std::thread> m_threads;
 };
 
-// A loopback port on which nothing listens (a connect is refused).
+// A loopback port on which nothing listens.
 uint16_t refusedPort();
 // Milliseconds from a steady clock.
 int64_t nowMs();
@@ -73,9 +72,6 @@ int64_t nowMs();
 std::string loopbackSockaddr(uint16_t port);
 // Whether a child process would inherit the socket: 1 yes, 0 no, -1 unknown.
 int socketInheritable(unsigned int socket);
-// True where sockets are small descriptor numbers (POSIX), so a number above 1023
-// can be asked for.
-bool socketsAreDescriptors();
 
 } // namespace vardo_test
 
