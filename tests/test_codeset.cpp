@@ -105,6 +105,8 @@ TEST_F(Locale, Utf8LocaleDegradesInvalidBytesToQuestionMarks)
     std::memset(mb, 'x', sizeof mb);
     EXPECT_EQ(CodesetConverter::ucs2tombs(mb, text, 2), 1u);
     EXPECT_STREQ(mb, "a");
+    EXPECT_EQ(CodesetConverter::ucs2tombs(mb, text + 4, 1), 1u); // also once a character failed
+    EXPECT_EQ(mb[0], '?');
 
     unsigned short u = 0;
     EXPECT_EQ(CodesetConverter::mbtoucs2(&u, "\xC3\xA9z", 6), 2);
@@ -159,6 +161,7 @@ TEST_F(Locale, DoubleByteLocale)
     EXPECT_EQ(a.toUChar(back, 4), 3u);
     EXPECT_EQ(unitsOf(back), Units({'a', 0x4E2D, '?'}));
     unsigned char u8[16];
+    EXPECT_EQ(a.toUTF8(u8, 5), 0xFFFFFFFFu); // no room for the terminator
     EXPECT_EQ(a.toUTF8(u8, sizeof u8), 5u);
     EXPECT_STREQ(reinterpret_cast<char*>(u8), "a\xE4\xB8\xAD?");
     const unsigned char zh[] = {0xE6, 0x96, 0x87, 0};
@@ -186,7 +189,7 @@ TEST(MBCSCodeset, NamedCodesetsDegradeToQuestionMarks)
     EXPECT_EQ(read(nullptr, M::UTF8Codeset), Units());
     // The counted form stops at a 0 byte.
     SWCharString w = wide({'x'});
-    EXPECT_TRUE(M::ExplicitCodesetToT("ab\0cd", 5, M::UTF8Codeset, w));
+    EXPECT_TRUE(M::ExplicitCodesetToT("ab\0cd", 5, M::ISO88591Codeset, w));
     EXPECT_EQ(units(w), Units({'a', 'b'}));
     EXPECT_TRUE(M::ExplicitCodesetToT("abc", 2, M::UTF8Codeset, w));
     EXPECT_EQ(units(w), Units({'a', 'b'}));
@@ -201,7 +204,7 @@ TEST(MBCSCodeset, NamedCodesetsDegradeToQuestionMarks)
     EXPECT_EQ(write(text, M::USASCIICodeset), std::string("a????\0", 6));
     EXPECT_EQ(write(text, M::ISO88591Codeset), std::string("a\xE9??\?\0", 6));
     EXPECT_EQ(write(text, M::Windows1252Codeset), std::string("a\xE9\x80??\0", 6));
-    EXPECT_EQ(write(wide({0x81, 0x152, 0x2122}), M::Windows1252Codeset), std::string("?\x8C\x99\0", 4));
+    EXPECT_EQ(write(wide({0x81, 0x152, 0x2122, 0x178}), M::Windows1252Codeset), std::string("?\x8C\x99\x9F\0", 5));
     EXPECT_EQ(write(SWCharString(), M::UTF8Codeset), std::string("\0", 1));
     EXPECT_EQ(write(text, static_cast<M::ExplicitCodeset>(-1)), "");
     char buf[8];
@@ -235,7 +238,7 @@ TEST(WideChars, BridgeFollowsThePlatformWidth)
     EXPECT_EQ(CodesetConverter::ucs2towcs(nullptr, text, 0), chars);
     EXPECT_EQ(CodesetConverter::ucs2towcs(wbuf, text, 8), chars);
     EXPECT_EQ(wbuf[chars], L'\0');
-    unsigned short back[8];
+    unsigned short back[8] = {9, 9, 9, 9, 9, 9, 9, 9};
     EXPECT_EQ(CodesetConverter::wcstoucs2(back, wbuf, 8), 4u);
     EXPECT_EQ(unitsOf(back), Units({'a', 0xD83D, 0xDE00, 0xDC00}));
     EXPECT_EQ(CodesetConverter::wcstoucs2(back, wbuf, 2), sizeof(wchar_t) == 4 ? 1u : 2u); // no half pair
@@ -261,6 +264,7 @@ TEST(WideChars, BridgeFollowsThePlatformWidth)
     }
     EXPECT_EQ(CodesetConverter::wctoucs2(pair, L'x', 1), 1);
     EXPECT_EQ(pair[0], 'x');
+    EXPECT_EQ(CodesetConverter::ucs2towc(&wc, text + 1, 1), 1); // half a pair
     EXPECT_EQ(CodesetConverter::ucs2towc(&wc, text + 3, 0), -1);
     EXPECT_EQ(CodesetConverter::ucs2towc(&wc, text + 4, 1), 0);
 }
@@ -287,14 +291,14 @@ TEST(StringConversions, EachInstantiationKeepsItsContent)
     SWCharString v;
     EXPECT_TRUE(v.fromAscii("A\xE9"));
     EXPECT_EQ(units(v), Units({'A', 0xE9}));
-    as = "Hi";
+    as = "H\xE9";
     unsigned short u16[4];
     EXPECT_EQ(as.toUChar(u16, 2), 0xFFFFFFFFu);
     EXPECT_EQ(as.toUChar(u16, 3), 2u);
-    EXPECT_EQ(unitsOf(u16), Units({'H', 'i'}));
+    EXPECT_EQ(unitsOf(u16), Units({'H', 0xE9}));
     wchar_t wc[4];
     EXPECT_EQ(as.toWChar(wc, 3), 2u);
-    EXPECT_EQ(wc[1], L'i');
+    EXPECT_EQ(static_cast<unsigned>(wc[1]), 0xE9u);
     EXPECT_EQ(as.getNBytesForWChar(), 3u * sizeof(wchar_t));
     EXPECT_EQ(as.getTotalBytes(), 3u);
     EXPECT_EQ(as.toMBCS(a8, 3), 2u);
