@@ -41,7 +41,10 @@ bool fromUtf8(SWCharString& s, const Bytes& b) { return s.fromUTF8(b.data(), sta
 
 // A UTF buffer's units; its length counts the terminator.
 template <class T>
-std::vector<T> contents(const CSmartRefCountPtr<UTFBuffer_t<T> >& b) { return std::vector<T>(b->data(), b->data() + b->getLength()); }
+std::vector<T> contents(const CSmartRefCountPtr<UTFBuffer_t<T> >& b)
+{
+    return std::vector<T>(b->data(), b->data() + b->getLength());
+}
 
 using utfref::Outcome;
 using Vardo400::utf::Policy;
@@ -101,16 +104,17 @@ Outcome guarded(const std::vector<In>& in, size_t room, Out guard, Step step)
 // The core's step from UTF-8 or, with publicStep, the public one where the policy has one.
 Outcome coreFromUtf8(const Bytes& in, size_t room, Policy policy, bool publicStep = false)
 {
-    return guarded(in, room, static_cast<unsigned short>(0xA5A5), [&](const unsigned char** s, const unsigned char* se, unsigned short** t, unsigned short* te) {
-        if (publicStep && (policy == Policy::lenient || policy == Policy::strict))
-            return static_cast<int>(ConvertUTF8toUTF16(s, se, t, te, policy == Policy::strict ? strictConversion : lenientConversion));
-        return static_cast<int>(utf::utf8ToUtf16Step(s, se, t, te, policy));
+    const bool viaPublic = publicStep && (policy == Policy::lenient || policy == Policy::strict);
+    const ConversionFlags flags = policy == Policy::strict ? strictConversion : lenientConversion;
+    return guarded(in, room, uint16_t{0xA5A5}, [&](auto s, auto se, auto t, auto te) {
+        return viaPublic ? static_cast<int>(ConvertUTF8toUTF16(s, se, t, te, flags))
+                         : static_cast<int>(utf::utf8ToUtf16Step(s, se, t, te, policy));
     });
 }
 
 Outcome coreToUtf8(const Units& in, size_t room, Policy policy)
 {
-    return guarded(in, room, static_cast<unsigned char>(0xA5), [&](const unsigned short** s, const unsigned short* se, unsigned char** t, unsigned char* te) {
+    return guarded(in, room, uint8_t{0xA5}, [&](auto s, auto se, auto t, auto te) {
         return utf::utf16ToUtf8Step(s, se, t, te, policy);
     });
 }
@@ -280,18 +284,15 @@ TEST(UTFConverter, StaticConversionsBuffersAndSteps)
     EXPECT_EQ(CUTFConverter::UTF16ToUCS4(src.data(), arr, 3), 0xFFFFFFFFu); // no room for the terminator
 
     // The other steps report where they stopped (those from UTF-8: UTFCore below).
-    auto from16 = [](ConversionFlags f) {
-        return [f](const unsigned short** s, const unsigned short* se, unsigned char** t, unsigned char* te) { return ConvertUTF16toUTF8(s, se, t, te, f); };
-    };
-    EXPECT_EQ(guarded(Units{'a', 0xD800, 'b'}, 16, static_cast<unsigned char>(0), from16(strictConversion)), (Outcome{sourceIllegal, 1, {'a'}}));
-    EXPECT_EQ(guarded(Units{'a', 0xD800, 'b'}, 3, static_cast<unsigned char>(0), from16(lenientConversion)), (Outcome{targetExhausted, 1, {'a'}}));
-    auto from32 = [](ConversionFlags f) {
-        return [f](const unsigned long** s, const unsigned long* se, unsigned short** t, unsigned short* te) { return ConvertUTF32toUTF16(s, se, t, te, f); };
-    };
-    EXPECT_EQ(guarded(Values{0x110000}, 8, static_cast<unsigned short>(0), from32(strictConversion)), (Outcome{sourceIllegal, 0, {}}));
-    EXPECT_EQ(guarded(Values{0x110000}, 8, static_cast<unsigned short>(0), from32(lenientConversion)), (Outcome{conversionOK, 1, {0xFFFD}}));
-    auto strict32to8 = [](const unsigned long** s, const unsigned long* se, unsigned char** t, unsigned char* te) { return ConvertUTF32toUTF8(s, se, t, te, strictConversion); };
-    EXPECT_EQ(guarded(Values{'a', 0x110000}, 8, static_cast<unsigned char>(0), strict32to8), (Outcome{sourceIllegal, 1, {'a'}}));
+    const Units lone = {'a', 0xD800, 'b'};
+    auto to8 = [](ConversionFlags f) { return [f](auto s, auto se, auto t, auto te) { return ConvertUTF16toUTF8(s, se, t, te, f); }; };
+    EXPECT_EQ(guarded(lone, 16, uint8_t{0}, to8(strictConversion)), (Outcome{sourceIllegal, 1, {'a'}}));
+    EXPECT_EQ(guarded(lone, 3, uint8_t{0}, to8(lenientConversion)), (Outcome{targetExhausted, 1, {'a'}}));
+    auto to16 = [](ConversionFlags f) { return [f](auto s, auto se, auto t, auto te) { return ConvertUTF32toUTF16(s, se, t, te, f); }; };
+    EXPECT_EQ(guarded(Values{0x110000}, 8, uint16_t{0}, to16(strictConversion)), (Outcome{sourceIllegal, 0, {}}));
+    EXPECT_EQ(guarded(Values{0x110000}, 8, uint16_t{0}, to16(lenientConversion)), (Outcome{conversionOK, 1, {0xFFFD}}));
+    auto strict32to8 = [](auto s, auto se, auto t, auto te) { return ConvertUTF32toUTF8(s, se, t, te, strictConversion); };
+    EXPECT_EQ(guarded(Values{'a', 0x110000}, 8, uint8_t{0}, strict32to8), (Outcome{sourceIllegal, 1, {'a'}}));
 }
 
 TEST(UTFCore, EveryPolicyMatchesThePerCharacterRules)
@@ -322,11 +323,8 @@ TEST(UTFCore, EveryPolicyMatchesThePerCharacterRules)
         ASSERT_EQ(utf::utf8LengthBound(u.data(), u.size()), enc.size() + 1 + 3 * pairs);
         // UTF-32 has one set of rules (lenient, the surrogates kept), with a short target too.
         for (size_t room : {in.size(), in.size() / 2}) {
-            ASSERT_EQ(guarded(in, room, 0xCDCDul,
-                              [](const unsigned char** s, const unsigned char* se, unsigned long** t, unsigned long* te) {
-                                  return ConvertUTF8toUTF32(s, se, t, te, strictConversion);
-                              }),
-                      utfref::fromUtf8(in.data(), in.size(), room, Policy::lenient, 0xFFFD, true));
+            auto step = [](auto s, auto se, auto t, auto te) { return ConvertUTF8toUTF32(s, se, t, te, strictConversion); };
+            ASSERT_EQ(guarded(in, room, 0xCDCDul, step), utfref::fromUtf8(in.data(), in.size(), room, Policy::lenient, 0xFFFD, true));
         }
     }
 }
