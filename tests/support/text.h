@@ -1,6 +1,5 @@
-// Text helpers shared by the tests. They convert on their own, without the library's
-// converters, so a fault in those cannot hide behind the helper that builds the expected
-// value.
+// Text helpers shared by the tests. They convert on their own, so that a fault in the
+// library's converters cannot hide behind the helper that builds the expected value.
 #ifndef VARDO_TEST_TEXT_H
 #define VARDO_TEST_TEXT_H
 
@@ -18,8 +17,7 @@ Vardo400::SWCharString W(const char16_t* s);
 // A char16_t literal as the library's unit pointer.
 inline const unsigned short* units(const char16_t* s) { return reinterpret_cast<const unsigned short*>(s); }
 
-// UTF-16 to UTF-8, surrogate pairs joined; a lone surrogate is written "\uD8xx" so failures
-// show it.
+// UTF-16 to UTF-8, surrogate pairs joined; a lone surrogate is written "\uD8xx" to show it.
 std::string U(const Vardo400::SString_t<unsigned short, 1>& s);
 // Units below 0x80 as they are, every other unit as "?": for output that must be ASCII.
 std::string ascii(const Vardo400::SString_t<unsigned short, 1>& s);

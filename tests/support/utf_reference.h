@@ -31,31 +31,23 @@ inline bool isSurrogate(unsigned long c) { return c >= 0xD800 && c <= 0xDFFF; }
 // none starts there. Encoded surrogates count as legal here.
 inline size_t legalSequence(const unsigned char* s, size_t n, unsigned long& cp)
 {
+    static const unsigned long least[] = {0, 0x80, 0x800, 0x10000};
     const unsigned b = s[0];
-    size_t len;
-    unsigned long min;
-    if (b < 0x80) {
-        cp = b;
-        return 1;
-    }
-    if (b >= 0xC2 && b <= 0xDF) { len = 2; cp = b & 0x1F; min = 0x80; }
-    else if (b >= 0xE0 && b <= 0xEF) { len = 3; cp = b & 0x0F; min = 0x800; }
-    else if (b >= 0xF0 && b <= 0xF4) { len = 4; cp = b & 0x07; min = 0x10000; }
-    else return 0;
-    if (n < len)
+    const size_t len = b < 0x80 ? 1 : b < 0xC2 ? 0 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF5 ? 4 : 0;
+    if (!len || n < len)
         return 0;
+    cp = len == 1 ? b : b & (0x7F >> len);
     for (size_t k = 1; k < len; ++k) {
         if ((s[k] & 0xC0) != 0x80)
             return 0;
         cp = (cp << 6) | (s[k] & 0x3F);
     }
-    return cp >= min && cp <= 0x10FFFF ? len : 0;
+    return cp >= least[len - 1] && cp <= 0x10FFFF ? len : 0;
 }
 
-// UTF-8 to UTF-16 (or, with utf32, to code points under the lenient rules) into room
-// units. A sequence is exhausted when the bytes its lead announces (0 for 00-BF, 1 for
-// C0-DF, 2 for E0-EF, 3 for F0-F7, 4 for F8-FB, 5 for FC-FF) run past the end, whatever
-// they hold.
+// UTF-8 to UTF-16 (with utf32: to code points, lenient rules) into room units. A sequence
+// is exhausted when the bytes its lead announces (0 for 00-BF, 1 for C0-DF, 2 for E0-EF,
+// 3 for F0-F7, 4 for F8-FB, 5 for FC-FF) run past the end, whatever they hold.
 inline Outcome fromUtf8(const unsigned char* in, size_t n, size_t room, Policy policy,
                         unsigned short replacement = 0xFFFD, bool utf32 = false)
 {
@@ -73,38 +65,28 @@ inline Outcome fromUtf8(const unsigned char* in, size_t n, size_t room, Policy p
             bad = illegal;
         else if (policy == Policy::escapeBytes && isSurrogate(cp))
             bad = illegal;
-        if (bad != ok) {
-            if (policy == Policy::lenient || policy == Policy::strict) {
-                o.result = bad;
-                break;
-            }
-            if (o.out.size() >= room) {
-                o.result = targetFull;
-                break;
-            }
-            o.out.push_back(policy == Policy::replace ? replacement : 0xDC00 + b);
-            ++i;
-            continue;
+        if (bad != ok && (policy == Policy::lenient || policy == Policy::strict)) {
+            o.result = bad;
+            break;
         }
-        if (o.out.size() >= room) {
+        // What this step writes: the byte's stand-in, the value, or a pair.
+        unsigned long w[2] = {bad != ok ? (policy == Policy::replace ? replacement : 0xDC00 + b) : cp, 0};
+        size_t k = 1;
+        if (bad == ok && cp >= 0x10000 && !utf32) {
+            w[0] = 0xD800 + ((cp - 0x10000) >> 10);
+            w[1] = 0xDC00 + ((cp - 0x10000) & 0x3FF);
+            k = 2;
+        }
+        if (o.out.size() + k > room) {
             o.result = targetFull;
             break;
         }
-        if (policy == Policy::strict && isSurrogate(cp)) {
+        if (bad == ok && policy == Policy::strict && isSurrogate(cp)) {
             o.result = illegal;
             break;
         }
-        if (cp < 0x10000 || utf32) {
-            o.out.push_back(cp);
-        } else {
-            if (o.out.size() + 2 > room) {
-                o.result = targetFull;
-                break;
-            }
-            o.out.push_back(0xD800 + ((cp - 0x10000) >> 10));
-            o.out.push_back(0xDC00 + ((cp - 0x10000) & 0x3FF));
-        }
-        i += len;
+        o.out.insert(o.out.end(), w, w + k);
+        i += bad != ok ? 1 : len;
     }
     o.consumed = i;
     return o;
@@ -112,15 +94,11 @@ inline Outcome fromUtf8(const unsigned char* in, size_t n, size_t room, Policy p
 
 inline void encodeUtf8(unsigned long cp, std::vector<unsigned long>& enc)
 {
-    if (cp < 0x80) {
-        enc = {cp};
-    } else if (cp < 0x800) {
-        enc = {0xC0 | (cp >> 6), 0x80 | (cp & 0x3F)};
-    } else if (cp < 0x10000) {
-        enc = {0xE0 | (cp >> 12), 0x80 | ((cp >> 6) & 0x3F), 0x80 | (cp & 0x3F)};
-    } else {
-        enc = {0xF0 | (cp >> 18), 0x80 | ((cp >> 12) & 0x3F), 0x80 | ((cp >> 6) & 0x3F), 0x80 | (cp & 0x3F)};
-    }
+    static const unsigned long lead[] = {0, 0xC0, 0xE0, 0xF0};
+    const int extra = cp < 0x80 ? 0 : cp < 0x800 ? 1 : cp < 0x10000 ? 2 : 3;
+    enc = {lead[extra] | (cp >> (6 * extra))};
+    for (int k = extra - 1; k >= 0; --k)
+        enc.push_back(0x80 | ((cp >> (6 * k)) & 0x3F));
 }
 
 // UTF-16 to UTF-8 into room bytes.
@@ -156,18 +134,6 @@ inline Outcome toUtf8(const unsigned short* in, size_t n, size_t room, Policy po
     }
     o.consumed = i;
     return o;
-}
-
-// The UTF-16 units of well-formed UTF-8 (what the core's unit count must give for it).
-inline size_t unitCount(const unsigned char* in, size_t n)
-{
-    size_t units = 0;
-    for (size_t i = 0; i < n; ++i) {
-        if ((in[i] & 0xC0) == 0x80)
-            continue;
-        units += (in[i] & 0xF8) == 0xF0 ? 2 : 1;
-    }
-    return units;
 }
 
 } // namespace utfref
