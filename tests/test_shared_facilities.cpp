@@ -33,7 +33,6 @@ TEST(SResString, FillsPlaceholdersByPosition)
     SResString r(W("%2 before %1, %2 again"));
     r << W("one") << W("two");
     EXPECT_EQ("two before one, two again", A(r.format()));
-    EXPECT_EQ(2u, r.getArgumentCount());
 
     // The trace formatter's shape: "assert failure: (%1:%2). (%3 : %4)."
     SResString a("assert failure: (%1:%2). (%3 : %4).");
@@ -42,7 +41,9 @@ TEST(SResString, FillsPlaceholdersByPosition)
 
     // No placeholders: the template's own text.
     EXPECT_EQ("plain", A(SResString("plain").append(W("unused")).format()));
-    EXPECT_EQ("", A(SResString(W("")).format()));
+
+    SIArray<SWCharString> args{W("a"), W("b")};
+    EXPECT_EQ("b-a", A(SResString::Format(W("%2-%1"), args)));
 }
 
 TEST(SResString, TwoDigitPlaceholdersMissingArgumentsAndStrayMarks)
@@ -75,30 +76,17 @@ TEST(SResString, CustomMarkAndNumbers)
     SResString r(W("$1 costs $2 (not %1) $$"), '$');
     r << "tea" << -5;
     EXPECT_EQ("tea costs -5 (not %1) $", A(r.format()));
-    EXPECT_EQ('$', r.getMark());
 
     SResString n("%1 %2 %3");
     n << (-9223372036854775807LL - 1) << 18446744073709551615ULL << 0u;
     EXPECT_EQ("-9223372036854775808 18446744073709551615 0", A(n.format()));
-
-    // Non-ASCII arguments pass through unchanged.
-    const unsigned short text[] = {0x00E9, 0x3000, 0xD83D, 0xDE00, 0};
-    SResString u("<%1>");
-    u << text;
-    SWCharString out = u;
-    ASSERT_EQ(6u, out.getLength());
-    EXPECT_EQ(0xDE00, out.data()[4]);
-
-    SIArray<SWCharString> args{W("a"), W("b")};
-    EXPECT_EQ("b-a", A(SResString::Format(W("%2-%1"), args)));
 }
 
 // ---- SEnv ----------------------------------------------------------------------------------
 
-TEST(SEnv, SetReadUnset)
+TEST(SEnv, SetReadUnsetAndInvalidNames)
 {
     const SWCharString name = W("VARDO_TEST_SENV_VALUE");
-    ASSERT_TRUE(SEnv::unset(name));
     ASSERT_TRUE(SEnv::set(name, W("hello world")));
     EXPECT_TRUE(SEnv::isSet(name));
     EXPECT_EQ("hello world", A(SEnv::get(name)));
@@ -119,13 +107,9 @@ TEST(SEnv, SetReadUnset)
     EXPECT_FALSE(SEnv::isSet(name));
     EXPECT_TRUE(SEnv::get(name).isEmpty());
     EXPECT_TRUE(SEnv::unset(name));  // removing an absent variable is fine
-}
 
-TEST(SEnv, InvalidNames)
-{
     EXPECT_FALSE(SEnv::set(W(""), W("x")));
     EXPECT_FALSE(SEnv::set(W("A=B"), W("x")));
-    EXPECT_TRUE(SEnv::get(W("")).isEmpty());
     EXPECT_TRUE(SEnv::get(W("A=B")).isEmpty());
     EXPECT_FALSE(SEnv::isSet(W("")));
 }
@@ -135,40 +119,30 @@ TEST(SEnv, InvalidNames)
 TEST(SSimpleBuffer, GrowsAndKeepsContent)
 {
     SSimpleBuffer b;
-    EXPECT_TRUE(b.isEmpty());
     EXPECT_EQ(nullptr, b.data());
     for (int i = 0; i < 100000; ++i)
         b.append(static_cast<unsigned char>(i & 0xFF));
     ASSERT_EQ(100000u, b.size());
-    EXPECT_GE(b.capacity(), b.size());
     for (int i = 0; i < 100000; ++i)
         ASSERT_EQ(i & 0xFF, b.data()[i]) << i;
-
     b.append("xyz", 3);
-    EXPECT_EQ(0, std::memcmp(b.data() + 100000, "xyz", 3));
     b.append(nullptr, 0);
-    EXPECT_EQ(100003u, b.size());
+    EXPECT_EQ(0, std::memcmp(b.data() + 99999, "\x9Fxyz", 4));
 
     // Appending a part of itself, even when that reallocates.
     SSimpleBuffer self("abcd", 4);
-    self.release();
-    self.append("abcd", 4);
     size_t cap = self.capacity();
     while (self.size() <= cap)
         self.append(self.data(), self.size());
     EXPECT_EQ(0, std::memcmp(self.data() + self.size() - 4, "abcd", 4));
 
     unsigned char* p = b.grow(2);
-    p[0] = 'O';
     p[1] = 'K';
     EXPECT_EQ(100005u, b.size());
     EXPECT_EQ('K', b.data()[100004]);
     EXPECT_EQ(nullptr, b.grow(0));
 
-    size_t capacity = b.capacity();
     b.clear();
-    EXPECT_EQ(0u, b.size());
-    EXPECT_EQ(capacity, b.capacity());
     b.resize(3);
     EXPECT_EQ(0, b.data()[0] | b.data()[1] | b.data()[2]);
     b.release();
@@ -179,11 +153,9 @@ TEST(SSimpleBuffer, CopyMoveAttach)
 {
     SSimpleBuffer a("hello", 5);
     SSimpleBuffer b(a);
-    EXPECT_TRUE(a == b);
     b.append('!');
     EXPECT_TRUE(a != b);
-    EXPECT_EQ(5u, a.size());
-
+    EXPECT_TRUE(a == SSimpleBuffer("hello", 5));
     SSimpleBuffer c(std::move(b));
     EXPECT_EQ(6u, c.size());
     EXPECT_EQ(0u, b.size());
@@ -193,17 +165,12 @@ TEST(SSimpleBuffer, CopyMoveAttach)
     std::memcpy(block, "0123456789", 10);
     SSimpleBuffer owner;
     owner.attach(block, 10, 16);
-    EXPECT_EQ(10u, owner.size());
-    EXPECT_EQ(16u, owner.capacity());
     owner.append("ab", 2);
     EXPECT_EQ(0, std::memcmp(owner.data(), "0123456789ab", 12));
-    unsigned char* taken = owner.detach();
-    EXPECT_EQ(0u, owner.size());
+    SSimpleBuffer::dealloc(owner.detach());
     EXPECT_EQ(nullptr, owner.data());
-    SSimpleBuffer::dealloc(taken);
 
     EXPECT_THROW(owner.reserve(static_cast<size_t>(-1)), std::bad_alloc);
-    EXPECT_EQ(0u, owner.capacity());
     owner.append("x", 1);
     EXPECT_THROW(owner.grow(static_cast<size_t>(-1)), std::bad_alloc);
     EXPECT_FALSE(owner.setSize(static_cast<size_t>(-1)));
@@ -220,11 +187,7 @@ TEST(CSharedLibrary, LoadsAndResolves)
     const char* lib = onWindows() ? "kernel32.dll" : "libm.so.6";
     const char* entry = onWindows() ? "GetTickCount" : "cos";
     CSharedLibrary l(W(lib));
-    EXPECT_TRUE(l.isLoaded());
-    EXPECT_EQ(lib, A(l.getName()));
     EXPECT_NE(nullptr, l.getProcAddress(entry));
-    EXPECT_EQ(l.getProcAddress(entry), l.findProcAddress(entry));
-
     if (!onWindows()) {
         double (*cosine)(double) = nullptr;
         ASSERT_TRUE(l.resolve("cos", cosine));
@@ -237,7 +200,6 @@ TEST(CSharedLibrary, LoadsAndResolves)
         FAIL() << "no exception";
     } catch (const CSharedLibraryException& e) {
         EXPECT_EQ(CSharedLibraryException::SymbolNotFound, e.ErrCode());
-        EXPECT_EQ("vardo_no_such_entry_point", A(e.getEntryPoint()));
         EXPECT_EQ(std::string("Unable to find the entry point vardo_no_such_entry_point in the shared library ") +
                       lib + ".",
                   A(e.toString()));
@@ -268,18 +230,14 @@ TEST(CSharedLibrary, LoadsAndResolves)
 TEST(CSharedLibrary, MissingLibraryThrows)
 {
     CSharedLibrary l;
-    EXPECT_FALSE(l.isLoaded());
     try {
         l.load(W("vardo_no_such_library_4711"));
         FAIL() << "no exception";
     } catch (const CSharedLibraryException& e) {
         EXPECT_EQ(CSharedLibraryException::LoadFailed, e.ErrCode());
-        EXPECT_EQ("vardo_no_such_library_4711", A(e.getLibraryName()));
         EXPECT_EQ("Unable to load the shared library vardo_no_such_library_4711.", A(e.toString()));
         EXPECT_FALSE(e.getReason().isEmpty());
         EXPECT_EQ(A(e.toString()) + ":" + A(e.getReason()), A(e.summary()));
-        const SException& base = e;
-        EXPECT_EQ(A(e.summary()), A(base.summary()));
     }
     EXPECT_FALSE(l.isLoaded());
     EXPECT_THROW({ CSharedLibrary x(W("")); }, CSharedLibraryException);
