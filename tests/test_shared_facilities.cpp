@@ -11,9 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 using namespace Vardo400;
 
@@ -30,56 +30,36 @@ bool onWindows() { return std::strncmp(LibraryPlatform(), "Windows", 7) == 0; }
 
 TEST(SResString, FillsPlaceholdersByPosition)
 {
-    SResString r(W("%2 before %1, %2 again"));
-    r << W("one") << W("two");
-    EXPECT_EQ("two before one, two again", A(r.format()));
+    const struct {
+        const char* format;
+        std::vector<const char*> args;
+        const char* expected;
+    } cases[] = {
+        {"%2 before %1, %2 again", {"one", "two"}, "two before one, two again"},
+        {"plain", {"unused"}, "plain"},
+        {"%12 %11 %10 %9 %1", {"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11", "12"}, "12 11 10 9 1"},
+        {"%10|%1", {"a"}, "%10|a"},  // placeholder 10 without its argument, not %1 and "0"
+        {"%1 %2 %3", {"x"}, "x %2 %3"},
+        {"100%%%% %0 %x %", {}, "100%% %0 %x %"},  // doubled marks give one; stray marks stay
+        {"%1%% done", {"100"}, "100% done"},
+        {"%1 %2", {"%2", "b"}, "%2 b"},  // arguments are not scanned again
+    };
+    for (const auto& c : cases) {
+        SResString r(c.format);
+        for (const char* arg : c.args)
+            r << arg;
+        EXPECT_EQ(c.expected, A(r.format())) << c.format;
+    }
 
-    // The trace formatter's shape: "assert failure: (%1:%2). (%3 : %4)."
+    // The trace formatter's shape, with numbers and another mark.
     SResString a("assert failure: (%1:%2). (%3 : %4).");
     a << "file.cpp" << 42 << W("x != 0") << W("");
     EXPECT_EQ("assert failure: (file.cpp:42). (x != 0 : ).", A(a));
-
-    // No placeholders: the template's own text.
-    EXPECT_EQ("plain", A(SResString("plain").append(W("unused")).format()));
-
+    SResString n(W("$1 $2 $3 (not %1) $$"), '$');
+    n << (-9223372036854775807LL - 1) << 18446744073709551615ULL << 0u;
+    EXPECT_EQ("-9223372036854775808 18446744073709551615 0 (not %1) $", A(n.format()));
     SIArray<SWCharString> args{W("a"), W("b")};
     EXPECT_EQ("b-a", A(SResString::Format(W("%2-%1"), args)));
-}
-
-TEST(SResString, TwoDigitPlaceholdersMissingArgumentsAndStrayMarks)
-{
-    SResString r("%12 %11 %10 %9 %1");
-    for (int i = 1; i <= 12; ++i)
-        r << i;
-    EXPECT_EQ("12 11 10 9 1", A(r.format()));
-
-    // With fewer arguments %10 is still placeholder 10, not %1 followed by "0".
-    SResString s("%10|%1");
-    s << "a";
-    EXPECT_EQ("%10|a", A(s.format()));
-
-    // Missing arguments leave their placeholders; stray marks stay.
-    SResString m("%1 %2 %3");
-    m << "x";
-    EXPECT_EQ("x %2 %3", A(m.format()));
-    EXPECT_EQ("100%% %0 %x %", A(SResString("100%%%% %0 %x %").format()));
-    EXPECT_EQ("100% done", A(SResString("%1%% done").append(100).format()));
-
-    // Arguments are not scanned again.
-    SResString n("%1 %2");
-    n << "%2" << "b";
-    EXPECT_EQ("%2 b", A(n.format()));
-}
-
-TEST(SResString, CustomMarkAndNumbers)
-{
-    SResString r(W("$1 costs $2 (not %1) $$"), '$');
-    r << "tea" << -5;
-    EXPECT_EQ("tea costs -5 (not %1) $", A(r.format()));
-
-    SResString n("%1 %2 %3");
-    n << (-9223372036854775807LL - 1) << 18446744073709551615ULL << 0u;
-    EXPECT_EQ("-9223372036854775808 18446744073709551615 0", A(n.format()));
 }
 
 // ---- SEnv ----------------------------------------------------------------------------------
@@ -87,19 +67,14 @@ TEST(SResString, CustomMarkAndNumbers)
 TEST(SEnv, SetReadUnsetAndInvalidNames)
 {
     const SWCharString name = W("VARDO_TEST_SENV_VALUE");
-    ASSERT_TRUE(SEnv::set(name, W("hello world")));
-    EXPECT_TRUE(SEnv::isSet(name));
-    EXPECT_EQ("hello world", A(SEnv::get(name)));
-
     // Text beyond 7 bits survives the round trip (UTF-8 on Linux, UTF-16 on Windows).
     const unsigned short wide[] = {'x', 0x00E9, 0x4E2D, 0xD83D, 0xDE00, 0};
     ASSERT_TRUE(SEnv::set(name, SWCharString(wide)));
+    EXPECT_TRUE(SEnv::isSet(name));
     EXPECT_TRUE(SEnv::get(name) == SWCharString(wide)) << A(SEnv::get(name));
 
     // A long value (beyond any first guess of a buffer size).
-    SWCharString longValue;
-    for (int i = 0; i < 1000; ++i)
-        longValue += W("0123456789");
+    const SWCharString longValue = W(std::string(10000, 'v'));
     ASSERT_TRUE(SEnv::set(name, longValue));
     EXPECT_TRUE(SEnv::get(name) == longValue);
 
@@ -119,7 +94,6 @@ TEST(SEnv, SetReadUnsetAndInvalidNames)
 TEST(SSimpleBuffer, GrowsAndKeepsContent)
 {
     SSimpleBuffer b;
-    EXPECT_EQ(nullptr, b.data());
     for (int i = 0; i < 100000; ++i)
         b.append(static_cast<unsigned char>(i & 0xFF));
     ASSERT_EQ(100000u, b.size());
@@ -136,8 +110,7 @@ TEST(SSimpleBuffer, GrowsAndKeepsContent)
         self.append(self.data(), self.size());
     EXPECT_EQ(0, std::memcmp(self.data() + self.size() - 4, "abcd", 4));
 
-    unsigned char* p = b.grow(2);
-    p[1] = 'K';
+    b.grow(2)[1] = 'K';
     EXPECT_EQ(100005u, b.size());
     EXPECT_EQ('K', b.data()[100004]);
     EXPECT_EQ(nullptr, b.grow(0));
@@ -154,7 +127,6 @@ TEST(SSimpleBuffer, CopyMoveAttach)
     SSimpleBuffer a("hello", 5);
     SSimpleBuffer b(a);
     b.append('!');
-    EXPECT_TRUE(a != b);
     EXPECT_TRUE(a == SSimpleBuffer("hello", 5));
     SSimpleBuffer c(std::move(b));
     EXPECT_EQ(6u, c.size());
@@ -188,11 +160,6 @@ TEST(CSharedLibrary, LoadsAndResolves)
     const char* entry = onWindows() ? "GetTickCount" : "cos";
     CSharedLibrary l(W(lib));
     EXPECT_NE(nullptr, l.getProcAddress(entry));
-    if (!onWindows()) {
-        double (*cosine)(double) = nullptr;
-        ASSERT_TRUE(l.resolve("cos", cosine));
-        EXPECT_DOUBLE_EQ(1.0, cosine(0.0));
-    }
 
     EXPECT_EQ(nullptr, l.findProcAddress("vardo_no_such_entry_point"));
     try {
