@@ -125,7 +125,7 @@ TEST_F(SCryptTest, TextFormsCarryUtf16)
     const char utf8[] = "Gr\xc3\xbc\xc3\x9f" "e \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80 ?";
     EXPECT_EQ(Bytes(utf8, utf8 + sizeof(utf8) - 1), toBytes(bytes));
 
-    // Version 0 buffers hold 8-bit text, up to the first zero byte.
+    // Back to text: version 0 held 8-bit text up to the first zero byte; later ones are UTF-8.
     EXPECT_EQ(W(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(SSimpleBuffer("caf\xe9\0tail", 9), 0));
     SSimpleBuffer utf8Text("caf\xc3\xa9", 5);
     EXPECT_EQ(W(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(utf8Text, 1));
