@@ -1,8 +1,7 @@
-// SCompression: the buffer format and its results, the meaning of the tuning integer,
-// interoperability with Python's zlib and with gzip, and files that are bad or cut short.
+// SCompression: the buffer format and its results, the tuning integer, byte-for-byte
+// agreement with zlib itself, interoperability with gzip, and bad or cut files.
 #include "vardo/scompress.h"
 #include "vardo/simplebuffer.h"
-#include "vardo/sfile.h"
 
 #include "assert_capture.h"
 #include "sfile_test_support.h"
@@ -15,11 +14,9 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -32,38 +29,16 @@ namespace {
 
 using vardo_test::W;
 
-// Text-like bytes (words from a small vocabulary, about 3:1 under deflate) with every
-// eighth block of 4 KiB random, so both matching and literal coding are exercised; or,
-// mostlyRandom, the other way round (level 9 on tens of megabytes of such repetitive
-// text would spend most of a minute in its match search).
-Bytes sample(size_t size, uint32_t seed = 1, bool mostlyRandom = false)
+// Text-like bytes (words from a small vocabulary, about 3:1 under deflate), or noise.
+Bytes sample(size_t size, uint32_t seed = 1, bool noise = false)
 {
     static const char* const words[] = {"alpha ", "report ", "server ", "quarter ", "revenue ", "cube ",
                                         "metric\n", "2026 ", "total ", "region ", "Z\t", "ok "};
     std::mt19937 rng(seed);
-    Bytes out;
-    out.reserve(size);
-    while (out.size() < size) {
-        if (((out.size() / 4096) % 8 == 7) != mostlyRandom) {
-            const uint32_t r = rng();
-            for (int i = 0; i < 4 && out.size() < size; ++i)
-                out.push_back(static_cast<unsigned char>(r >> (8 * i)));
-        } else {
-            const char* w = words[rng() % 12];
-            for (; *w && out.size() < size; ++w)
-                out.push_back(static_cast<unsigned char>(*w));
-        }
-    }
-    return out;
-}
-
-Bytes randomBytes(size_t size, uint32_t seed = 7)
-{
-    std::mt19937 rng(seed);
-    Bytes out(size);
-    for (size_t i = 0; i < size; ++i)
-        out[i] = static_cast<unsigned char>(rng() >> 24);
-    return out;
+    std::string out;
+    while (out.size() < size)
+        out += noise ? std::string(1, static_cast<char>(rng() >> 24)) : words[rng() % 12];
+    return Bytes(out.begin(), out.begin() + size);
 }
 
 // Compresses with the raw form; an empty result on failure.
@@ -111,14 +86,6 @@ Bytes reference(const Bytes& in, int level, int memLevel)
     return out;
 }
 
-// Runs a shell command line (Linux only); its exit status.
-int run(const std::string& command)
-{
-    // A wait status: the exit code in the second byte, a signal number in the low bits.
-    const int rc = std::system(command.c_str());
-    return rc == -1 || (rc & 0x7F) ? 128 : (rc >> 8) & 0xFF;
-}
-
 // (level, strategy) pairs for compress_file: every edge of both ranges and each strategy.
 const std::pair<int, int> kFileSettings[] = {{-1, 0}, {0, 3}, {1, 3}, {3, 1}, {9, 2}, {9, 3}, {9, 4}};
 
@@ -129,36 +96,29 @@ protected:
     Bytes readFile(const std::string& name) const { return m_tmp.read<Bytes>(name); }
     SWCharString w(const std::string& name) const { return W(m_tmp.str(name)); }
     SAnsiString a(const std::string& name) const { return SAnsiString(m_tmp.str(name).c_str()); }
-    std::string q(const std::string& name) const { return "'" + m_tmp.str(name) + "'"; }
-    // Interop with Linux programs runs natively only: a Windows build under Wine has no
-    // way to start them.
-    bool skipOutsideTools()
-    {
-        if (vardo_test::onWindows())
-            return true;
-        return !fs::exists("/usr/bin/python3") || !fs::exists("/bin/gzip");
-    }
 
     vardo_test::TempDir m_tmp{"vardo_zip_"};
 };
 
-#define SKIP_WITHOUT_OUTSIDE_TOOLS()                                                                   \
-    do {                                                                                               \
-        if (skipOutsideTools())                                                                        \
-            GTEST_SKIP() << "runs natively on Linux only, with /usr/bin/python3 and /bin/gzip (the "   \
-                            "Windows build under Wine cannot start Linux programs); round trips of "   \
-                            "the same code run on every platform";                                     \
-    } while (0)
+// Interop with the gzip program runs natively only (Wine cannot start it); round trips run everywhere.
+class SCompressionGzip : public SCompressionFiles {
+protected:
+    void SetUp() override
+    {
+        if (vardo_test::onWindows() || !fs::exists("/bin/gzip"))
+            GTEST_SKIP() << "runs natively on Linux only, with /bin/gzip";
+    }
+    std::string q(const std::string& name) const { return "'" + m_tmp.str(name) + "'"; }
+    // True when the shell command line ran and exited with 0.
+    bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
+};
 
 } // namespace
 
 TEST(SCompression, Crc32AndAllocation)
 {
     const unsigned char digits[] = "123456789";
-    EXPECT_EQ(0xCBF43926ul, SCompression::crc32(0, digits, 9));
-    unsigned long crc = SCompression::crc32(0, digits, 4);
-    EXPECT_EQ(0xCBF43926ul, SCompression::crc32(crc, digits + 4, 5));
-    EXPECT_EQ(0ul, SCompression::crc32(0, nullptr, 0));
+    EXPECT_EQ(0xCBF43926ul, SCompression::crc32(SCompression::crc32(0, digits, 4), digits + 4, 5));
 
     unsigned char* p = SCompression::alloc_buffer(0);
     EXPECT_NE(nullptr, p);
@@ -169,22 +129,13 @@ TEST(SCompression, Crc32AndAllocation)
 
 TEST(SCompression, BufferFormatAndRoundTrips)
 {
-    Bytes in = sample(1000), packed, back;
+    Bytes in = sample(1000), packed;
     ASSERT_EQ(SCompression::success, pack(in, packed));
-    ASSERT_GE(packed.size(), 6u);
     EXPECT_EQ((Bytes{0x00, 0x00, 0x03, 0xE8}), Bytes(packed.begin(), packed.begin() + 4));
-    EXPECT_EQ(0x78, packed[4]) << "a zlib stream follows the header";
     EXPECT_EQ(packed, reference(in, 3, 8)) << "level 3 and memory level 8 by default";
-    ASSERT_EQ(SCompression::success, unpack(packed, back));
-    EXPECT_EQ(in, back);
-
-    // zlib's default marker, one byte (levels 0, 1, 3 and 9 are compared with zlib below).
-    for (const Bytes& data : {Bytes(1, 'x'), randomBytes(70000)}) {
-        ASSERT_EQ(SCompression::success, pack(data, packed, -1));
-        EXPECT_EQ(packed, reference(data, -1, 8));
-        ASSERT_EQ(SCompression::success, unpack(packed, back));
-        EXPECT_EQ(data, back);
-    }
+    // zlib's default marker passes through; one byte, the smallest input.
+    ASSERT_EQ(SCompression::success, pack(Bytes(1, 'x'), packed, -1));
+    EXPECT_EQ(packed, reference(Bytes(1, 'x'), -1, 8));
 
     // Simple buffers and ASCII strings; the target's old content is replaced.
     SSimpleBuffer src(in.data(), in.size()), zipped(Bytes(10, 'q').data(), 10), plain;
@@ -199,7 +150,8 @@ TEST(SCompression, BufferFormatAndRoundTrips)
     EXPECT_EQ(text, textBack);
     // Bytes a string cannot hold: refused, the string kept.
     const Bytes binary = {'a', 'b', 0, 'c'};
-    ASSERT_EQ(SCompression::success, SCompression::compress_buffer(SSimpleBuffer(binary.data(), binary.size()), zipped));
+    ASSERT_EQ(SCompression::success,
+              SCompression::compress_buffer(SSimpleBuffer(binary.data(), binary.size()), zipped));
     EXPECT_EQ(SCompression::zlibError, SCompression::decompress_buffer(zipped, textBack));
     EXPECT_EQ(text, textBack);
 }
@@ -216,9 +168,8 @@ TEST(SCompression, InvalidArgumentsAssertAndFail)
     EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_buffer(&byte, 1, nullptr, n));
     EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_buffer(nullptr, 8, &p, n));
     EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_buffer(&byte, 1, &p, n));
-    EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_buffer(&byte, 0, &p, n));
     EXPECT_EQ(nullptr, p);
-    EXPECT_EQ(std::vector<std::string>(6, "false"), vardo_test::AssertCapture::seen());
+    EXPECT_EQ(std::vector<std::string>(5, "false"), vardo_test::AssertCapture::seen());
 
     // Empty simple buffers and strings are zero lengths; the target stays as it was.
     SSimpleBuffer empty, target("keep", 4);
@@ -233,42 +184,26 @@ TEST(SCompression, InvalidArgumentsAssertAndFail)
 }
 
 // The second integer is zlib's memLevel: the output equals deflateInit2 with that memory
-// level, byte for byte, over its whole range; outside it zlib refuses (-3). The strategy
-// constants, read as memory levels, keep that meaning: 0 is refused.
+// level, byte for byte, over its whole range; outside it zlib refuses (-3). Memory level 1
+// on noise needs more than length * 1.001 + 13: the output is sized by zlib's bound.
 TEST(SCompression, SecondIntegerIsTheMemoryLevel)
 {
-    const Bytes text = sample(300000, 3), noise = randomBytes(100000);
-    Bytes packed, back;
+    const Bytes text = sample(300000, 3), noise = sample(100000, 7, true);
+    Bytes packed;
     for (int memLevel : {1, 2, 5, 9}) {
         for (int level : {0, 1, 3, 9}) {
             for (const Bytes* data : {&text, &noise}) {
                 ASSERT_EQ(SCompression::success, pack(*data, packed, level, memLevel)) << level << "/" << memLevel;
                 EXPECT_EQ(reference(*data, level, memLevel), packed) << level << "/" << memLevel;
-                ASSERT_EQ(SCompression::success, unpack(packed, back));
-                EXPECT_EQ(*data, back);
             }
         }
     }
-    // Edges of the memory level and of the level: refused by zlib.
-    for (int memLevel : {0, 10, -1, 1000})
-        EXPECT_EQ(SCompression::zlibError, pack(text, packed, 3, memLevel)) << memLevel;
-    for (int level : {-2, 10, 100})
-        EXPECT_EQ(SCompression::zlibError, pack(text, packed, level, 8)) << level;
-    EXPECT_TRUE(packed.empty());
-
-    // The strategy constants as the second integer: SC_DEFAULT_STRATEGY (0) is no memory
-    // level; SC_HUFFMAN_ONLY (2) acts as memory level 2, not as a strategy.
-    EXPECT_EQ(SCompression::zlibError, pack(text, packed, 3, SCompression::SC_DEFAULT_STRATEGY));
-    ASSERT_EQ(SCompression::success, pack(text, packed, 3, SCompression::SC_HUFFMAN_ONLY));
-    EXPECT_EQ(reference(text, 3, 2), packed);
-
-    // Memory level 1 on random data needs more than length * 1.001 + 13 (many stored
-    // blocks): the output is sized by zlib's bound, so the call still fits.
-    const Bytes big = randomBytes(1 << 20, 11);
-    ASSERT_EQ(SCompression::success, pack(big, packed, 9, 1));
-    EXPECT_GT(packed.size(), big.size() + big.size() / 1000 + 13 + 4);
-    ASSERT_EQ(SCompression::success, unpack(packed, back));
-    EXPECT_EQ(big, back);
+    // Edges of the memory level and of the level: refused by zlib, nothing returned.
+    const std::pair<int, int> refused[] = {{3, 0}, {3, 10}, {-2, 8}, {10, 8}};
+    for (auto [level, memLevel] : refused) {
+        EXPECT_EQ(SCompression::zlibError, pack(text, packed, level, memLevel)) << level << "/" << memLevel;
+        EXPECT_TRUE(packed.empty());
+    }
 }
 
 TEST(SCompression, BadBuffersAreRefused)
@@ -297,75 +232,24 @@ TEST(SCompression, BadBuffersAreRefused)
     trailing.push_back(0);
     EXPECT_EQ(SCompression::zlibError, unpack(trailing, back));
 
-    // A 4 GB claim on a 30-byte buffer: refused before any allocation (an attempt would
-    // fail with -2, or take gigabytes).
+    // A 4 GB claim on a 30-byte buffer: refused (before any allocation).
     Bytes claim(packed.begin(), packed.begin() + 30);
     claim[0] = claim[1] = claim[2] = claim[3] = 0xFF;
     EXPECT_EQ(SCompression::zlibError, unpack(claim, back));
-    // Just above and at the 1032:1 limit for this stream size.
-    const uint32_t limit = 26u * 1032u;
-    for (uint32_t c : {limit + 1, limit}) {
-        claim[0] = c >> 24, claim[1] = (c >> 16) & 0xFF, claim[2] = (c >> 8) & 0xFF, claim[3] = c & 0xFF;
-        EXPECT_EQ(SCompression::zlibError, unpack(claim, back)) << c;
-    }
-
-    // The densest streams zlib makes still pass the limit: 64 MiB of zeros at every level.
+    // The densest streams zlib makes still pass that limit: 64 MiB of zeros at every level.
     const Bytes zeros(64u << 20, 0);
     for (int level : {1, 3, 9}) {
         ASSERT_EQ(SCompression::success, pack(zeros, packed, level)) << level;
         ASSERT_EQ(SCompression::success, unpack(packed, back)) << level;
         EXPECT_TRUE(back == zeros) << level;
     }
-    // A recorded length of 0 with the stream of nothing: an empty result.
-    Bytes nothing = reference(Bytes(), 3, 8);
+    // A recorded length of 0 with zlib's stream of nothing: an empty result.
+    const Bytes nothing = reference(Bytes(), 3, 8);
     ASSERT_EQ(SCompression::success, unpack(nothing, back));
     EXPECT_TRUE(back.empty());
     SSimpleBuffer zipped(nothing.data(), nothing.size()), out("x", 1);
     EXPECT_EQ(SCompression::success, SCompression::decompress_buffer(zipped, out));
     EXPECT_EQ(0u, out.size());
-}
-
-// Python's zlib frames the same bytes for every level; each side reads the other's.
-TEST_F(SCompressionFiles, PythonZlibInteroperates)
-{
-    SKIP_WITHOUT_OUTSIDE_TOOLS();
-    const std::string script = std::string("/usr/bin/python3 '") + VARDO_TEST_SOURCE_DIR + "/zlib_interop.py'";
-    const std::vector<size_t> sizes = {0, 1, 65537, 64u << 20};
-    std::string frameArgs, checkArgs;
-    for (size_t size : sizes) {
-        const Bytes data = sample(size, static_cast<uint32_t>(size), size > (1u << 20));
-        const std::string in = "in" + std::to_string(size);
-        writeFile(in, data);
-        for (int level : {0, 1, 3, 9}) {
-            const std::string tag = std::to_string(size) + "_" + std::to_string(level);
-            frameArgs += " " + std::to_string(level) + " " + q(in) + " " + q("py" + tag);
-            if (size == 0)
-                continue;   // the library refuses to compress nothing
-            Bytes packed;
-            ASSERT_EQ(SCompression::success, pack(data, packed, level)) << tag;
-            writeFile("lib" + tag, packed);
-            checkArgs += " " + q(in) + " " + q("lib" + tag);
-        }
-    }
-    // Python reads what the library wrote.
-    EXPECT_EQ(0, run(script + " check" + checkArgs));
-    // The library reads what Python wrote, and both wrote the very same bytes.
-    ASSERT_EQ(0, run(script + " frame" + frameArgs));
-    for (size_t size : sizes) {
-        const Bytes data = readFile("in" + std::to_string(size));
-        for (int level : {0, 1, 3, 9}) {
-            const std::string tag = std::to_string(size) + "_" + std::to_string(level);
-            const Bytes framed = readFile("py" + tag);
-            Bytes back;
-            ASSERT_EQ(SCompression::success, unpack(framed, back)) << tag;
-            EXPECT_TRUE(back == data) << tag;
-            // Stored blocks (level 0) follow the compressor's output piece size, so only
-            // the compressing levels are equal byte for byte.
-            if (size && level > 0) {
-                EXPECT_TRUE(framed == readFile("lib" + tag)) << tag;
-            }
-        }
-    }
 }
 
 TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
@@ -378,13 +262,12 @@ TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
         ASSERT_EQ(SCompression::success, SCompression::decompress_file(a(gz), w("back"))) << gz;
         EXPECT_TRUE(readFile("back") == data) << gz;
     }
-    const uintmax_t size1 = fs::file_size(at("data13.gz")), size0 = fs::file_size(at("data03.gz"));
-    EXPECT_LT(size1, size0) << "level 0 stores";
+    EXPECT_LT(fs::file_size(at("data13.gz")), fs::file_size(at("data03.gz"))) << "level 0 stores";
+    EXPECT_LT(fs::file_size(at("data31.gz")), fs::file_size(at("data92.gz"))) << "Huffman codes alone do less";
 
     // An empty file compresses to a valid gzip file of nothing and back.
     writeFile("empty", Bytes());
     ASSERT_EQ(SCompression::success, SCompression::compress_file(w("empty"), a("empty.gz")));
-    EXPECT_GT(fs::file_size(at("empty.gz")), 0u);
     ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("empty.gz"), w("empty.out")));
     EXPECT_EQ(0u, fs::file_size(at("empty.out")));
 
@@ -395,7 +278,6 @@ TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
     ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("u.gz"), w(name + ".back")));
     EXPECT_TRUE(readFile(name + ".back") == data);
 
-    // Removing the source on request.
     writeFile("gone", data);
     ASSERT_EQ(SCompression::success, SCompression::compress_file(w("gone"), a("gone.gz"), 3, 0, true));
     EXPECT_FALSE(fs::exists(at("gone")));
@@ -404,10 +286,9 @@ TEST_F(SCompressionFiles, FileRoundTripsAndArguments)
     EXPECT_TRUE(readFile("gone") == data);
 
     // Arguments: nothing is created.
-    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), 10, 0));
-    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), -2, 0));
-    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), 3, 5));
-    EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), 3, -1));
+    const std::pair<int, int> outOfRange[] = {{10, 0}, {-2, 0}, {3, 5}, {3, -1}};
+    for (auto [level, strategy] : outOfRange)
+        EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), a("x.gz"), level, strategy));
     EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(SWCharString(), a("x.gz")));
     EXPECT_EQ(SCompression::invalidArguments, SCompression::compress_file(w("data"), SAnsiString()));
     EXPECT_EQ(SCompression::invalidArguments, SCompression::decompress_file(SAnsiString(), w("x")));
@@ -437,8 +318,6 @@ TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
     writeFile("data", data);
     ASSERT_EQ(SCompression::success, SCompression::compress_file(w("data"), a("good.gz"), 6));
     const Bytes gz = readFile("good.gz");
-
-    ASSERT_GT(gz.size(), 100u);
     auto flip = [&gz](size_t at) {
         Bytes copy = gz;
         copy.at(at) ^= 1;
@@ -474,8 +353,7 @@ TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
 
     // Stray bytes after the last member are ignored, as gzip does.
     Bytes garbage = gz;
-    garbage.push_back(0);
-    garbage.push_back(0);
+    garbage.insert(garbage.end(), {0, 0});
     writeFile("garbage.gz", garbage);
     EXPECT_EQ(SCompression::success, SCompression::decompress_file(a("garbage.gz"), w("garbage.out")));
     EXPECT_TRUE(readFile("garbage.out") == data);
@@ -492,65 +370,47 @@ TEST_F(SCompressionFiles, BadGzipFilesFailAndLeaveNoTarget)
         EXPECT_FALSE(fs::exists(at("eio.gz")));
     }
 
-    // A full device: gz writes fail (at the latest when zlib closes the file), the device is
-    // not removed.
+    // A full device: gz writes fail (at the latest on closing); the device is not removed.
     if (!vardo_test::onWindows() && fs::exists("/dev/full")) {
         EXPECT_EQ(SCompression::zlibError, SCompression::compress_file(w("data"), SAnsiString("/dev/full")));
+        writeFile("small", Bytes(10, 's'));  // stays in zlib's buffer until the close
+        EXPECT_EQ(SCompression::zlibError, SCompression::compress_file(w("small"), SAnsiString("/dev/full")));
         EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("good.gz"), W("/dev/full")));
         EXPECT_TRUE(fs::exists("/dev/full"));
     }
 }
 
 // gzip reads every file compress_file writes; decompress_file reads gzip's files, also
-// several members in one file; gzip and the library agree on bad files.
-TEST_F(SCompressionFiles, GzipInteroperates)
+// several members in one file.
+TEST_F(SCompressionGzip, GzipInteroperates)
 {
-    SKIP_WITHOUT_OUTSIDE_TOOLS();
-    const Bytes text = sample(2u << 20, 21);
-    const Bytes noise = randomBytes(1u << 20, 22);
+    const Bytes text = sample(2u << 20, 21), noise = sample(1u << 20, 22, true);
     writeFile("text", text);
     writeFile("noise", noise);
     writeFile("empty", Bytes());
-    writeFile("one", Bytes(1, 'z'));
-    for (const char* in : {"text", "noise", "empty", "one"}) {
+    for (const char* in : {"text", "noise", "empty"}) {
         for (auto [level, strategy] : kFileSettings) {
             const std::string tag = std::string(in) + std::to_string(level) + std::to_string(strategy);
             ASSERT_EQ(SCompression::success, SCompression::compress_file(w(in), a(tag + ".gz"), level, strategy))
                 << tag;
-            ASSERT_EQ(0, run("gzip -t " + q(tag + ".gz") + " && gzip -d -c " + q(tag + ".gz") + " > " +
-                             q(tag + ".gunzip"))) << tag;
+            ASSERT_TRUE(run("gzip -t " + q(tag + ".gz") + " && gzip -d -c " + q(tag + ".gz") + " > " +
+                            q(tag + ".gunzip"))) << tag;
             EXPECT_TRUE(readFile(tag + ".gunzip") == readFile(in)) << tag;
         }
-    }
-
-    // gzip's own files at its fastest and best, and with a stored name.
-    for (const char* in : {"text", "noise", "empty", "one"}) {
+        // gzip's own files at its fastest and best.
         for (const char* level : {"-1", "-9"}) {
             const std::string gz = std::string(in) + level + ".gz";
-            ASSERT_EQ(0, run(std::string("gzip ") + level + " -c " + q(in) + " > " + q(gz)));
+            ASSERT_TRUE(run(std::string("gzip ") + level + " -c " + q(in) + " > " + q(gz)));
             ASSERT_EQ(SCompression::success, SCompression::decompress_file(a(gz), w(gz + ".out"))) << gz;
             EXPECT_TRUE(readFile(gz + ".out") == readFile(in)) << gz;
         }
     }
-    ASSERT_EQ(0, run("cp " + q("text") + " " + q("named") + " && gzip -N -9 " + q("named")));
-    ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("named.gz"), w("named.out")));
-    EXPECT_TRUE(readFile("named.out") == text);
 
     // Several members: gzip's, the library's and a member of nothing, concatenated.
-    ASSERT_EQ(0, run("cat " + q("text-1.gz") + " " + q("noise03.gz") + " " + q("empty-9.gz") + " " +
-                     q("one93.gz") + " > " + q("multi.gz")));
+    ASSERT_TRUE(run("cat " + q("text-1.gz") + " " + q("noise03.gz") + " " + q("empty-9.gz") + " > " +
+                    q("multi.gz")));
     ASSERT_EQ(SCompression::success, SCompression::decompress_file(a("multi.gz"), w("multi.out")));
     Bytes all = text;
     all.insert(all.end(), noise.begin(), noise.end());
-    all.push_back('z');
     EXPECT_TRUE(readFile("multi.out") == all);
-    ASSERT_EQ(0, run("gzip -d -c " + q("multi.gz") + " > " + q("multi.gunzip")));
-    EXPECT_TRUE(readFile("multi.gunzip") == all);
-
-    // A file gzip calls truncated or corrupt fails here too, and leaves nothing behind.
-    const Bytes gz = readFile("text-9.gz");
-    writeFile("cut.gz", Bytes(gz.begin(), gz.end() - 1));
-    EXPECT_NE(0, run("gzip -t " + q("cut.gz") + " 2>/dev/null"));
-    EXPECT_EQ(SCompression::zlibError, SCompression::decompress_file(a("cut.gz"), w("cut.out")));
-    EXPECT_FALSE(fs::exists(at("cut.out")));
 }

@@ -2,7 +2,6 @@
 // against an outside implementation (the openssl command-line tool), and without its
 // crypto provider.
 #include "vardo/scrypt.h"
-#include "vardo/codesetconverter.h"
 #include "vardo/DllWrap.h"
 
 #include "wrapcryptoc.h"
@@ -11,20 +10,17 @@
 #include "child_process.h"
 #include "sfile_test_support.h"
 #include "t2io_files.h"
+#include "text.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 using namespace Vardo400;
@@ -34,7 +30,7 @@ namespace {
 
 typedef std::vector<unsigned char> Bytes;
 
-SWCharString text(const char16_t* s) { return SWCharString(reinterpret_cast<const unsigned short*>(s)); }
+using vardo_test::W;
 
 Bytes pattern(size_t n, unsigned seed = 1)
 {
@@ -62,7 +58,7 @@ std::string hex(const unsigned char* p, size_t n)
 SCrypt::Key keyFrom(const SCrypt& crypt, const char16_t* pass)
 {
     SCrypt::Key key;
-    EXPECT_EQ(SCrypt::success, crypt.makeKey(text(pass), key));
+    EXPECT_EQ(SCrypt::success, crypt.makeKey(W(pass), key));
     return key;
 }
 
@@ -72,17 +68,13 @@ protected:
     SCrypt::Key m_key = keyFrom(m_crypt, u"correct horse battery staple");
 };
 
-// ---- round trips ------------------------------------------------------------------------------
-
 TEST_F(SCryptTest, RoundTripsEveryFormAndSize)
 {
-    ASSERT_TRUE(m_crypt.isInitialized()) << "the WrapCryptoC provider did not load";
-    for (size_t n : {0u, 1u, 7u, 8u, 9u, 15u, 16u, 17u, 1000u, 65536u}) {
+    for (size_t n : {0u, 1u, 7u, 8u, 9u, 1000u, 65536u}) {
         Bytes plain = pattern(n, static_cast<unsigned>(n));
         SSimpleBuffer enc;
         ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, enc)) << n;
         EXPECT_EQ(32u + (n / 8 + 1) * 8, enc.size());
-        EXPECT_EQ(SCrypt::getEncryptedLength(static_cast<uint32_t>(n)), enc.size());
         SSimpleBuffer back;
         int version = -1;
         ASSERT_EQ(SCrypt::success, m_crypt.decrypt(enc, m_key, back, &version)) << n;
@@ -102,9 +94,10 @@ TEST_F(SCryptTest, RoundTripsEveryFormAndSize)
         ASSERT_EQ(SCrypt::success, m_crypt.decrypt(SCrypt::ByteStr(out.data(), space.m_nLength), m_key, p));
         EXPECT_EQ(plain, Bytes(room.begin(), room.begin() + p.m_nLength));
 
-        // SByteArray form.
+        // SByteArray form; the same plaintext again gets a fresh initialisation vector.
         SByteArray a(plain.begin(), plain.end()), ea, da;
         ASSERT_EQ(SCrypt::success, m_crypt.encrypt(a, m_key, ea));
+        EXPECT_NE(0, std::memcmp(ea.data() + 4, enc.data() + 4, 8));
         ASSERT_EQ(SCrypt::success, m_crypt.decrypt(ea, m_key, da));
         EXPECT_TRUE(a == da);
     }
@@ -113,94 +106,55 @@ TEST_F(SCryptTest, RoundTripsEveryFormAndSize)
 TEST_F(SCryptTest, TextFormsCarryUtf16)
 {
     // Latin, CJK, a pair (U+1F600), a lone surrogate and an embedded "?" all survive.
-    const SWCharString samples[] = {text(u""), text(u"plain ASCII"), text(u"Gr\u00fc\u00dfe \u65e5\u672c \U0001F600 ?"),
+    const SWCharString samples[] = {W(u""), W(u"plain ASCII"), W(u"Gr\u00fc\u00dfe \u65e5\u672c \U0001F600 ?"),
                                     SWCharString(static_cast<unsigned short>(0xD800))};
     for (const SWCharString& s : samples) {
-        SWCharString enc, back, back2;
+        SWCharString enc, back;
         ASSERT_EQ(SCrypt::success, m_crypt.encrypt(s, m_key, enc));
-        // The text form is upper-case hexadecimal of the encrypted bytes.
-        SSimpleBuffer bin;
-        ASSERT_TRUE(SCrypt::toBinary(enc, bin));
-        EXPECT_EQ(enc, SCrypt::toText(SCrypt::toByteStr(bin)));
         ASSERT_EQ(SCrypt::success, m_crypt.decrypt(enc, m_key, back));
         EXPECT_EQ(s, back);
-        ASSERT_EQ(SCrypt::success, m_crypt.encrypt(s, m_key, bin));
-        ASSERT_EQ(SCrypt::success, m_crypt.decrypt(bin, m_key, back2));
-        EXPECT_EQ(s, back2);
     }
-    SWCharString out = text(u"left alone?");
-    EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(text(u"XYZ"), m_key, out));
+    SWCharString out = W(u"left alone?");
+    EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(W(u"XYZ"), m_key, out));
     EXPECT_TRUE(out.isEmpty());
-    EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(text(u"0A0"), m_key, out));
-}
 
-TEST_F(SCryptTest, FreshInitialisationVectorEachTime)
-{
-    SSimpleBuffer a, b;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(100)), m_key, a));
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(100)), m_key, b));
-    EXPECT_NE(0, std::memcmp(a.data() + 4, b.data() + 4, 8));
-}
+    // What is encrypted is the text's UTF-8 form, without a terminator.
+    SSimpleBuffer enc, bytes;
+    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(samples[2], m_key, enc));
+    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(enc, m_key, bytes));
+    const char utf8[] = "Gr\xc3\xbc\xc3\x9f" "e \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80 ?";
+    EXPECT_EQ(Bytes(utf8, utf8 + sizeof(utf8) - 1), toBytes(bytes));
 
-TEST_F(SCryptTest, VersionZeroBufferReadAsAnotherVersionIsMalformed)
-{
-    SSimpleBuffer enc;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(33)), m_key, enc));
-    Bytes v0(enc.data() + 4, enc.data() + enc.size());
-    EXPECT_EQ(0, SCrypt::getHeaderVersion(v0.data(), static_cast<uint32_t>(v0.size())));
-    Bytes room(v0.size());
-    SCrypt::ByteStr out(room.data(), static_cast<uint32_t>(room.size()));
-    for (int version : {1, 2})
-        EXPECT_EQ(SCrypt::invalidBuffer,
-                  m_crypt.decrypt(SCrypt::ByteStr(v0.data(), static_cast<uint32_t>(v0.size())), m_key, out, version));
-}
-
-TEST_F(SCryptTest, VersionZeroTextIsEightBit)
-{
-    SSimpleBuffer bytes("caf\xe9\0tail", 9);
-    EXPECT_EQ(text(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(bytes, 0));
-    SSimpleBuffer utf8("caf\xc3\xa9", 5);
-    EXPECT_EQ(text(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(utf8, 1));
+    // Back to text: version 0 held 8-bit text up to the first zero byte; later ones are UTF-8.
+    EXPECT_EQ(W(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(SSimpleBuffer("caf\xe9\0tail", 9), 0));
+    SSimpleBuffer utf8Text("caf\xc3\xa9", 5);
+    EXPECT_EQ(W(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(utf8Text, 1));
     vardo_test::AssertCapture capture;
-    EXPECT_EQ(text(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(utf8, 3));
-    ASSERT_EQ(1u, capture.seen().size());
-    EXPECT_EQ("version == 1", capture.seen()[0]);
+    EXPECT_EQ(W(u"caf\u00e9"), SCrypt::fromSSimpleBuffer(utf8Text, 3));
+    EXPECT_EQ(std::vector<std::string>{"version == 1"}, capture.seen());
 }
 
-// ---- bad keys and bad buffers --------------------------------------------------------------------
-
-TEST_F(SCryptTest, BlankKeyAndWrongKey)
+// A blank key is refused both ways; a wrong key and any changed byte show as a digest mismatch
+// (40 bytes end on a block boundary: a change in the padding-only block must still fail).
+TEST_F(SCryptTest, BlankKeyWrongKeyAndChangedBytes)
 {
     SCrypt::Key blank;
     SSimpleBuffer enc, out;
     EXPECT_EQ(SCrypt::blankKey, m_crypt.encrypt(toBuffer(pattern(10)), blank, enc));
     EXPECT_TRUE(enc.isEmpty());
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(10)), m_key, enc));
+    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(40)), m_key, enc));
     EXPECT_EQ(SCrypt::blankKey, m_crypt.decrypt(enc, blank, out));
-    SWCharString t;
-    EXPECT_EQ(SCrypt::blankKey, m_crypt.encrypt(text(u"x"), blank, t));
-
-    SCrypt::Key other = keyFrom(m_crypt, u"correct horse battery stapler");
-    EXPECT_EQ(SCrypt::digestMismatch, m_crypt.decrypt(enc, other, out));
+    EXPECT_EQ(SCrypt::digestMismatch, m_crypt.decrypt(enc, keyFrom(m_crypt, u"correct horse battery stapler"), out));
     EXPECT_TRUE(out.isEmpty());
-}
 
-TEST_F(SCryptTest, EveryChangedByteIsDetected)
-{
-    Bytes plain = pattern(40);
-    SSimpleBuffer enc;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, enc));
-    Bytes good = toBytes(enc);
+    const Bytes good = toBytes(enc);
     for (size_t i = 0; i < good.size(); ++i) {
         for (unsigned char flip : {0x01, 0x80, 0xFF}) {
             Bytes bad = good;
             bad[i] ^= flip;
-            SSimpleBuffer out;
-            SCrypt::Status st = m_crypt.decrypt(toBuffer(bad), m_key, out);
-            if (i < 4)
-                EXPECT_EQ(SCrypt::invalidBuffer, st) << "marker byte " << i;
-            else
-                EXPECT_EQ(SCrypt::digestMismatch, st) << "byte " << i;  // IV, digest, ciphertext
+            // The marker, then the IV, digest and ciphertext.
+            const SCrypt::Status expected = i < 4 ? SCrypt::invalidBuffer : SCrypt::digestMismatch;
+            EXPECT_EQ(expected, m_crypt.decrypt(toBuffer(bad), m_key, out)) << "byte " << i;
             EXPECT_TRUE(out.isEmpty());
         }
     }
@@ -215,17 +169,21 @@ TEST_F(SCryptTest, MalformedBuffersAreRefused)
             b[3] = 1;
         EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(toBuffer(b), m_key, out)) << n;
     }
-    // Too little room for the plaintext.
+    // Too little room for the plaintext (24 bytes of ciphertext), and no buffer at all.
     SSimpleBuffer enc;
     ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(pattern(16)), m_key, enc));
-    Bytes room(23);
-    SCrypt::ByteStr p(room.data(), 23);
+    Bytes room(24), v0(enc.data() + 4, enc.data() + enc.size());
+    SCrypt::ByteStr p(room.data(), 23), none;
     EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(SCrypt::toByteStr(enc), m_key, p));
-    SCrypt::ByteStr none;
     EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(none, m_key, p));
+    // The same buffer without its marker is version 0: it decrypts, but not as an unknown version.
+    p.m_nLength = 24;
+    const SCrypt::ByteStr in0(v0.data(), static_cast<uint32_t>(v0.size()));
+    EXPECT_EQ(SCrypt::invalidBuffer, m_crypt.decrypt(in0, m_key, p, 2));
+    int version = -1;
+    EXPECT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(v0), m_key, enc, &version));
+    EXPECT_EQ(0, version);
 }
-
-// ---- keys, digests, conversions, the exception -------------------------------------------------------
 
 TEST_F(SCryptTest, KeysAndDigests)
 {
@@ -235,35 +193,32 @@ TEST_F(SCryptTest, KeysAndDigests)
     // The pass phrase counts as UTF-8: SHA-1 of C3 A9.
     unsigned char space[24];
     SCrypt::ByteStr s(space, 24);
-    ASSERT_EQ(SCrypt::success, m_crypt.makeKey(text(u"\u00e9"), s));
+    ASSERT_EQ(SCrypt::success, m_crypt.makeKey(W(u"\u00e9"), s));
     EXPECT_EQ("bf15be717ac1b080b4f1c456692825891ff5073d00000000", hex(space, 24));
     SCrypt::ByteStr small(space, 23);
-    EXPECT_EQ(SCrypt::keySpaceTooSmall, m_crypt.makeKey(text(u"abc"), small));
+    EXPECT_EQ(SCrypt::keySpaceTooSmall, m_crypt.makeKey(W(u"abc"), small));
 
-    // makeDigest(data, salt) = SHA-1(salt || data).
+    // makeDigest(data, salt) = SHA-1(salt || data), here SHA-1("abcdefghij").
     unsigned char d[20];
     const unsigned char salt[8] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
     ASSERT_EQ(SCrypt::success, m_crypt.makeDigest(reinterpret_cast<const unsigned char*>("ij"), 2, salt, d));
-    // SHA-1("abcdefghij")
     EXPECT_EQ("d68c19a0a345b7eab78d5e11e991c026ec60db63", hex(d, 20));
 
     SCrypt::Key r1, r2;
     ASSERT_EQ(SCrypt::success, m_crypt.randomKey(r1));
     ASSERT_EQ(SCrypt::success, m_crypt.randomKey(r2));
     EXPECT_NE(0, std::memcmp(r1.m_bytes, r2.m_bytes, 24));
-    r1.clear();
-    EXPECT_TRUE(r1.isBlank());
 }
 
 TEST_F(SCryptTest, ConversionsAndAssertions)
 {
     const unsigned char raw[] = {0x00, 0x7f, 0xa5, 0xff};
     SCrypt::ByteStr bs(const_cast<unsigned char*>(raw), 4);
-    EXPECT_EQ(text(u"007FA5FF"), SCrypt::toText(bs));
+    EXPECT_EQ(W(u"007FA5FF"), SCrypt::toText(bs));
     SSimpleBuffer back;
-    ASSERT_TRUE(SCrypt::toBinary(text(u"007fA5Ff"), back));
+    ASSERT_TRUE(SCrypt::toBinary(W(u"007fA5Ff"), back));
     EXPECT_EQ(Bytes(raw, raw + 4), toBytes(back));
-    EXPECT_FALSE(SCrypt::toBinary(text(u"0g"), back));
+    EXPECT_FALSE(SCrypt::toBinary(W(u"0g"), back));
     EXPECT_TRUE(back.isEmpty());
 
     unsigned short buf[8];
@@ -292,36 +247,11 @@ TEST(StrongEncryptionException, TextsByStatus)
                            "Unknown error."};
     for (int s = 0; s <= 6; ++s) {
         StrongEncryptionException e(static_cast<SCrypt::Status>(s));
-        EXPECT_EQ(s, e.GetErrorCode());
-        SWCharString expected;
-        expected.concatFromAscii(texts[s], static_cast<unsigned int>(std::strlen(texts[s])));
-        EXPECT_EQ(expected, e.toString());
-        std::string tail = ":status " + std::to_string(s);
-        expected.concatFromAscii(tail.c_str(), static_cast<unsigned int>(tail.size()));
-        EXPECT_EQ(expected, static_cast<const SException&>(e).summary());
+        EXPECT_EQ(texts[s], vardo_test::U(e.toString()));
+        const SException& base = e;
+        EXPECT_EQ(texts[s] + (":status " + std::to_string(s)), vardo_test::U(base.summary()));
     }
 }
-
-TEST_F(SCryptTest, ManyThreadsAtOnce)
-{
-    std::vector<std::thread> threads;
-    std::atomic<int> failures{0};
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            SCrypt crypt;
-            for (int i = 0; i < 50; ++i) {
-                Bytes plain = pattern(static_cast<size_t>(i * 13), static_cast<unsigned>(t * 100 + i));
-                SSimpleBuffer enc, back;
-                failures += crypt.encrypt(toBuffer(plain), m_key, enc) != SCrypt::success ||
-                            crypt.decrypt(enc, m_key, back) != SCrypt::success || toBytes(back) != plain;
-            }
-        });
-    for (auto& th : threads)
-        th.join();
-    EXPECT_EQ(0, failures.load());
-}
-
-// ---- an outside implementation: the openssl command-line tool ------------------------------------------
 
 class OpensslTool : public SCryptTest {
 protected:
@@ -354,89 +284,44 @@ protected:
         return read("plain");
     }
     // A version 1 buffer built from the tool's ciphertext and digest of plain.
-    Bytes toolBuffer(const Bytes& plain, const Bytes& iv, const char* options = "")
+    Bytes toolBuffer(const Bytes& plain, const Bytes& iv)
     {
         write("plain", plain);
-        EXPECT_EQ(0, run(std::string("openssl enc -des-ede3-cbc ") + options + " -K " + hex(m_key.m_bytes, 24) +
+        EXPECT_EQ(0, run("openssl enc -des-ede3-cbc -K " + hex(m_key.m_bytes, 24) +
                          " -iv " + hex(iv.data(), 8) + " -in " + path("plain") + " -out " + path("cipher")));
         Bytes b = {0, 0, 0, 1}, d = toolDigest(iv.data(), plain), c = read("cipher");
-        EXPECT_EQ(20u, d.size());
         b.insert(b.end(), iv.begin(), iv.end());
         b.insert(b.end(), d.begin(), d.end());
         b.insert(b.end(), c.begin(), c.end());
         return b;
     }
 
-    void checkOurs(const Bytes& plain)
-    {
+    vardo_test::TempDir m_tmp{"vardo_scrypt_"};
+};
+
+// The tool decrypts our buffers and checks their digests; we decrypt the tool's buffers,
+// as version 1 and as version 0 (the same without its marker).
+TEST_F(OpensslTool, BuffersInteroperateBothWays)
+{
+    for (size_t n : {0u, 1u, 8u, 13u, 4096u, 10u << 20}) {
+        Bytes plain = pattern(n, static_cast<unsigned>(n) + 5);
         SSimpleBuffer enc;
         ASSERT_EQ(SCrypt::success, m_crypt.encrypt(toBuffer(plain), m_key, enc));
         Bytes e = toBytes(enc);
-        ASSERT_EQ(32u + (plain.size() / 8 + 1) * 8, e.size());
-        EXPECT_EQ(Bytes({0, 0, 0, 1}), Bytes(e.begin(), e.begin() + 4));
-        EXPECT_TRUE(plain == toolDecrypt(e)) << plain.size() << " bytes";
+        ASSERT_EQ(32u + (n / 8 + 1) * 8, e.size());
+        EXPECT_TRUE(plain == toolDecrypt(e)) << n << " bytes";
         EXPECT_EQ(Bytes(e.begin() + 12, e.begin() + 32), toolDigest(e.data() + 4, plain));
-    }
 
-    // Version 1, and version 0 (the same without its marker), decrypted by us.
-    void checkTheirs(const Bytes& plain)
-    {
-        Bytes v1 = toolBuffer(plain, pattern(8, static_cast<unsigned>(plain.size() + 99)));
+        Bytes v1 = toolBuffer(plain, pattern(8, static_cast<unsigned>(n + 99)));
         Bytes v0(v1.begin() + 4, v1.end());
         for (const Bytes* b : {&v1, &v0}) {
             SSimpleBuffer out;
             int version = -1;
-            ASSERT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(*b), m_key, out, &version)) << plain.size();
+            ASSERT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(*b), m_key, out, &version)) << n;
             EXPECT_EQ(b == &v1 ? 1 : 0, version);
-            EXPECT_TRUE(plain == toBytes(out)) << plain.size() << " bytes";
+            EXPECT_TRUE(plain == toBytes(out)) << n << " bytes";
         }
     }
-
-    vardo_test::TempDir m_tmp{"vardo_scrypt_"};
-};
-
-TEST_F(OpensslTool, ToolDecryptsOurBuffers)
-{
-    for (size_t n : {0u, 1u, 8u, 13u, 4096u, 10u << 20})
-        checkOurs(pattern(n, static_cast<unsigned>(n) + 5));
-    // UTF-16 text through the text overload: the tool sees its UTF-8 bytes.
-    SWCharString enc;
-    ASSERT_EQ(SCrypt::success, m_crypt.encrypt(text(u"Stra\u00dfe \u6771\u4eac \U0001F600"), m_key, enc));
-    SSimpleBuffer bin;
-    ASSERT_TRUE(SCrypt::toBinary(enc, bin));
-    const char utf8[] = "Stra\xc3\x9f" "e \xe6\x9d\xb1\xe4\xba\xac \xf0\x9f\x98\x80";
-    EXPECT_EQ(Bytes(utf8, utf8 + sizeof(utf8) - 1), toolDecrypt(toBytes(bin)));
-}
-
-TEST_F(OpensslTool, WeDecryptTheToolsBuffers)
-{
-    for (size_t n : {0u, 1u, 8u, 13u, 4096u, 10u << 20})
-        checkTheirs(pattern(n, static_cast<unsigned>(n) + 17));
-    // Text: UTF-8 bytes encrypted by the tool come back as the UTF-16 text.
-    const char utf8[] = "Gr\xc3\xbc\xc3\x9f" "e \xf0\x9f\x98\x80";
-    Bytes b = toolBuffer(Bytes(utf8, utf8 + sizeof(utf8) - 1), pattern(8, 3));
-    SWCharString out;
-    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(SCrypt::toText(SCrypt::ByteStr(b.data(), static_cast<uint32_t>(b.size()))),
-                                                m_key, out));
-    EXPECT_EQ(text(u"Gr\u00fc\u00dfe \U0001F600"), out);
-}
-
-TEST_F(OpensslTool, BadPaddingIsNeverSuccess)
-{
-    // Two blocks without padding, the last ending in 00 (not a valid pad): the final step
-    // refuses it (error 524); a buffer whose padding was damaged never counts as intact,
-    // even when the digest covers exactly the blocks before it.
-    Bytes plain = pattern(16, 4);
-    plain[15] = 0;
-    Bytes iv(8, 0x42);
-    Bytes b = toolBuffer(plain, iv, "-nopad");
-    SSimpleBuffer out;
-    EXPECT_EQ(SCrypt::digestMismatch, m_crypt.decrypt(toBuffer(b), m_key, out));
-    EXPECT_TRUE(out.isEmpty());
-    Bytes d = toolDigest(iv.data(), Bytes(plain.begin(), plain.begin() + 8));
-    std::copy(d.begin(), d.end(), b.begin() + 12);
-    EXPECT_EQ(SCrypt::digestMismatch, m_crypt.decrypt(toBuffer(b), m_key, out));
-    EXPECT_TRUE(out.isEmpty());
 }
 
 TEST_F(OpensslTool, CryptCommandOfTheOperatorTool)
@@ -450,65 +335,50 @@ TEST_F(OpensslTool, CryptCommandOfTheOperatorTool)
     write("pass", Bytes({'s', 'e', 'c', 'r', 'e', 't', '\n'}));
     // Pass phrase from a file, then from standard input.
     ASSERT_EQ(0, run(tool + " crypt encrypt " + path("in") + " " + path("enc") + " --pass-file " + path("pass")));
-    Bytes e = read("enc");
-    ASSERT_EQ(SCrypt::getEncryptedLength(5000), e.size());
     // The key is SHA-1 of the first line, so the library decrypts it too.
     SSimpleBuffer back;
-    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(e), keyFrom(m_crypt, u"secret"), back));
+    ASSERT_EQ(SCrypt::success, m_crypt.decrypt(toBuffer(read("enc")), keyFrom(m_crypt, u"secret"), back));
     EXPECT_TRUE(plain == toBytes(back));
     ASSERT_EQ(0, run("printf 'secret\\n' | " + tool + " crypt decrypt " + path("enc") + " " + path("out")));
     EXPECT_TRUE(plain == read("out"));
     // A wrong pass phrase: exit 1, the status text on stderr, no output file.
-    int rc = run("echo wrong | " + tool + " crypt decrypt " + path("enc") + " " + path("out2"));
-    EXPECT_NE(0, rc);
-    Bytes log = read("tool.log");
-    std::string msg(log.begin(), log.end());
-    EXPECT_EQ("vardo crypt: Checksum does not match after decryption(buffer modified or wrong key used).\n", msg);
+    EXPECT_NE(0, run("echo wrong | " + tool + " crypt decrypt " + path("enc") + " " + path("out2")));
+    EXPECT_EQ("vardo crypt: Checksum does not match after decryption(buffer modified or wrong key used).\n",
+              m_tmp.read("tool.log"));
     EXPECT_FALSE(fs::exists(path("out2")));
     // A pass phrase on the command line is not accepted.
     EXPECT_NE(0, run(tool + " crypt encrypt " + path("in") + " " + path("enc") + " secret </dev/null"));
 #endif
 }
 
-// ---- the provider's own interface ------------------------------------------------------------------------
-
 TEST(WrapCryptoC, CryptoCConventions)
 {
-    CSharedLibrary lib;
-    SWCharString path;
-    const std::string file = VARDO_TEST_PROVIDER;
-    path.concatFromAscii(file.c_str(), static_cast<unsigned int>(file.size()));
-    ASSERT_NO_THROW(lib.load(path));
-    B_CreateAlgorithmObject_t createAlg;
-    B_DestroyAlgorithmObject_t destroyAlg;
-    B_SetAlgorithmInfo_t setAlg;
-    B_CreateKeyObject_t createKey;
-    B_SetKeyInfo_t setKey;
-    B_DestroyKeyObject_t destroyKey;
-    B_CipherInit_t encInit, decInit;
-    B_CipherUpdate_t encUpdate, decUpdate;
-    B_CipherFinal_t encFinal, decFinal;
-    ASSERT_TRUE(lib.resolve("B_CreateAlgorithmObject", createAlg) && lib.resolve("B_DestroyAlgorithmObject", destroyAlg) &&
-                lib.resolve("B_SetAlgorithmInfo", setAlg) && lib.resolve("B_CreateKeyObject", createKey) &&
-                lib.resolve("B_SetKeyInfo", setKey) && lib.resolve("B_DestroyKeyObject", destroyKey) &&
-                lib.resolve("B_EncryptInit", encInit) && lib.resolve("B_EncryptUpdate", encUpdate) &&
-                lib.resolve("B_EncryptFinal", encFinal) && lib.resolve("B_DecryptInit", decInit) &&
-                lib.resolve("B_DecryptUpdate", decUpdate) && lib.resolve("B_DecryptFinal", decFinal));
-    B_INFO_TYPE ai = static_cast<B_INFO_TYPE>(lib.getProcAddress("AI_DES_EDE3_CBCPadIV8"));
-    B_INFO_TYPE ki = static_cast<B_INFO_TYPE>(lib.getProcAddress("KI_DES24Strong"));
-    const B_ALGORITHM_METHOD* amEnc = static_cast<const B_ALGORITHM_METHOD*>(lib.getProcAddress("AM_DES_EDE3_CBC_ENCRYPT"));
-    const B_ALGORITHM_METHOD* amDec = static_cast<const B_ALGORITHM_METHOD*>(lib.getProcAddress("AM_DES_EDE3_CBC_DECRYPT"));
-    const B_ALGORITHM_METHOD* encChooser[] = {amEnc, nullptr};
-    const B_ALGORITHM_METHOD* decChooser[] = {amDec, nullptr};
+    CSharedLibrary lib(W(VARDO_TEST_PROVIDER));
+    auto entry = [&lib](const char* name) { return lib.getProcAddress(name); };
+    auto createAlg = reinterpret_cast<B_CreateAlgorithmObject_t>(entry("B_CreateAlgorithmObject"));
+    auto destroyAlg = reinterpret_cast<B_DestroyAlgorithmObject_t>(entry("B_DestroyAlgorithmObject"));
+    auto setAlg = reinterpret_cast<B_SetAlgorithmInfo_t>(entry("B_SetAlgorithmInfo"));
+    auto createKey = reinterpret_cast<B_CreateKeyObject_t>(entry("B_CreateKeyObject"));
+    auto setKey = reinterpret_cast<B_SetKeyInfo_t>(entry("B_SetKeyInfo"));
+    auto destroyKey = reinterpret_cast<B_DestroyKeyObject_t>(entry("B_DestroyKeyObject"));
+    B_CipherInit_t init[2] = {reinterpret_cast<B_CipherInit_t>(entry("B_DecryptInit")),
+                              reinterpret_cast<B_CipherInit_t>(entry("B_EncryptInit"))};
+    B_CipherUpdate_t update[2] = {reinterpret_cast<B_CipherUpdate_t>(entry("B_DecryptUpdate")),
+                                  reinterpret_cast<B_CipherUpdate_t>(entry("B_EncryptUpdate"))};
+    B_CipherFinal_t finish[2] = {reinterpret_cast<B_CipherFinal_t>(entry("B_DecryptFinal")),
+                                reinterpret_cast<B_CipherFinal_t>(entry("B_EncryptFinal"))};
+    B_INFO_TYPE ai = static_cast<B_INFO_TYPE>(entry("AI_DES_EDE3_CBCPadIV8"));
+    B_INFO_TYPE ki = static_cast<B_INFO_TYPE>(entry("KI_DES24Strong"));
+    // Choosers by direction: [0] decrypt, [1] encrypt.
+    const B_ALGORITHM_METHOD* chooser[2][2] = {
+        {static_cast<const B_ALGORITHM_METHOD*>(entry("AM_DES_EDE3_CBC_DECRYPT")), nullptr},
+        {static_cast<const B_ALGORITHM_METHOD*>(entry("AM_DES_EDE3_CBC_ENCRYPT")), nullptr}};
 
-    unsigned char keyBytes[24], iv[8];
-    for (int i = 0; i < 24; ++i)
-        keyBytes[i] = static_cast<unsigned char>(i * 11 + 1);
-    std::memset(iv, 0x5c, 8);
+    Bytes keyBytes = pattern(24, 5), iv(8, 0x5c);
     B_KEY_OBJ key = nullptr;
     ASSERT_EQ(0, createKey(&key));
-    ASSERT_EQ(0, setKey(key, ki, keyBytes));
-    EXPECT_EQ(BE_KEY_ALREADY_SET, setKey(key, ki, keyBytes));
+    ASSERT_EQ(0, setKey(key, ki, keyBytes.data()));
+    EXPECT_EQ(BE_KEY_ALREADY_SET, setKey(key, ki, keyBytes.data()));
 
     // One call, then the same plaintext fed in pieces of every size from 1 to 20: the
     // ciphertext is the same, and decrypting in pieces gives the plaintext back.
@@ -516,23 +386,22 @@ TEST(WrapCryptoC, CryptoCConventions)
     auto run = [&](bool encrypt, const Bytes& in, size_t piece, Bytes& out) {
         B_ALGORITHM_OBJ alg = nullptr;
         EXPECT_EQ(0, createAlg(&alg));
-        EXPECT_EQ(0, setAlg(alg, ai, iv));
-        EXPECT_EQ(BE_METHOD_NOT_IN_CHOOSER, (encrypt ? encInit : decInit)(alg, key, encrypt ? decChooser : encChooser, nullptr));
-        EXPECT_EQ(0, (encrypt ? encInit : decInit)(alg, key, encrypt ? encChooser : decChooser, nullptr));
+        EXPECT_EQ(0, setAlg(alg, ai, iv.data()));
+        EXPECT_EQ(BE_METHOD_NOT_IN_CHOOSER, init[encrypt](alg, key, chooser[!encrypt], nullptr));
+        EXPECT_EQ(0, init[encrypt](alg, key, chooser[encrypt], nullptr));
         out.assign(in.size() + 16, 0);
         unsigned int total = 0, n = 0;
+        // Too little output room is refused, not overrun, and changes nothing.
+        EXPECT_EQ(BE_OUTPUT_LEN, update[encrypt](alg, out.data(), &n, 8, in.data(), 24, nullptr, nullptr));
         for (size_t at = 0; at < in.size(); at += piece) {
             unsigned int len = static_cast<unsigned int>(std::min(piece, in.size() - at));
-            int rc = (encrypt ? encUpdate : decUpdate)(alg, out.data() + total, &n,
-                                                       static_cast<unsigned int>(out.size() - total), in.data() + at, len,
-                                                       nullptr, nullptr);
-            EXPECT_EQ(0, rc);
+            EXPECT_EQ(0, update[encrypt](alg, out.data() + total, &n, static_cast<unsigned int>(out.size() - total),
+                                         in.data() + at, len, nullptr, nullptr));
             total += n;
         }
-        int rc = (encrypt ? encFinal : decFinal)(alg, out.data() + total, &n,
-                                                 static_cast<unsigned int>(out.size() - total), nullptr, nullptr);
-        total += rc == 0 ? n : 0;
-        out.resize(total);
+        int rc = finish[encrypt](alg, out.data() + total, &n, static_cast<unsigned int>(out.size() - total), nullptr,
+                                nullptr);
+        out.resize(total + (rc == 0 ? n : 0));
         destroyAlg(&alg);
         return rc;
     };
@@ -546,25 +415,9 @@ TEST(WrapCryptoC, CryptoCConventions)
         ASSERT_EQ(0, run(false, whole, piece, back)) << piece;
         EXPECT_EQ(plain, back) << piece;
     }
-    // A damaged last block: the final step refuses the padding with 524.
-    Bytes bad = whole;
-    bad[bad.size() - 1] ^= 0x55;
-    EXPECT_EQ(524, run(false, bad, bad.size(), back));
-
-    // Too little output room is refused, not overrun.
-    B_ALGORITHM_OBJ alg = nullptr;
-    ASSERT_EQ(0, createAlg(&alg));
-    ASSERT_EQ(0, setAlg(alg, ai, iv));
-    ASSERT_EQ(0, encInit(alg, key, encChooser, nullptr));
-    unsigned char small[8];
-    unsigned int n = 0;
-    EXPECT_EQ(BE_OUTPUT_LEN, encUpdate(alg, small, &n, 8, plain.data(), 16, nullptr, nullptr));
-    destroyAlg(&alg);
     destroyKey(&key);
     destroyKey(&key);  // a null handle is ignored
 }
-
-// ---- without the provider ---------------------------------------------------------------------------------
 
 // Runs as a child process while the provider file is renamed away.
 TEST(SCryptNoProviderChild, EveryOperationFails)
@@ -573,32 +426,25 @@ TEST(SCryptNoProviderChild, EveryOperationFails)
         GTEST_SKIP() << "runs as a child process only";
     vardo_test::AssertCapture capture;
     SCrypt crypt;
-    EXPECT_FALSE(crypt.isInitialized());
     EXPECT_FALSE(crypt.Init());
     SCrypt::Key key;
     key.m_bytes[0] = 1;
-    EXPECT_EQ(SCrypt::notInitialized, crypt.makeKey(text(u"pass"), key));
+    EXPECT_EQ(SCrypt::notInitialized, crypt.makeKey(W(u"pass"), key));
     EXPECT_EQ(SCrypt::notInitialized, crypt.randomKey(key));
     unsigned char d[20], salt[8] = {};
     EXPECT_EQ(SCrypt::notInitialized, crypt.makeDigest(salt, 8, salt, d));
     SSimpleBuffer enc, out;
     EXPECT_EQ(SCrypt::notInitialized, crypt.encrypt(toBuffer(pattern(10)), key, enc));
-    Bytes b(48, 0);
-    b[3] = 1;
-    EXPECT_EQ(SCrypt::notInitialized, crypt.decrypt(toBuffer(b), key, out));
-    SWCharString t;
-    EXPECT_EQ(SCrypt::notInitialized, crypt.encrypt(text(u"x"), key, t));
-    EXPECT_EQ(SCrypt::notInitialized, crypt.decrypt(text(u"00"), key, t));
-    const std::vector<std::string>& seen = capture.seen();
-    EXPECT_NE(seen.end(), std::find(seen.begin(), seen.end(), "m_bCryptoCLibInitialized == true"));
-    EXPECT_NE(seen.end(), std::find(seen.begin(), seen.end(), "Crypto not initialized"));
+    EXPECT_EQ(SCrypt::notInitialized, crypt.decrypt(enc, key, out));  // before any look at the buffer
+    EXPECT_EQ(std::vector<std::string>({"m_bCryptoCLibInitialized == true", "Crypto not initialized",
+                                        "Crypto not initialized"}),
+              capture.seen());
 }
 
 TEST(SCryptNoProvider, EveryOperationReturnsStatusOne)
 {
     fs::path provider = VARDO_TEST_PROVIDER;
-    fs::path away = provider;
-    away += ".away";
+    fs::path away = provider.string() + ".away";
     std::error_code ec;
     // A run that died half-way left the provider renamed: put it back first.
     if (!fs::exists(provider) && fs::exists(away))

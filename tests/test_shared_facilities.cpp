@@ -11,9 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 using namespace Vardo400;
 
@@ -30,88 +30,51 @@ bool onWindows() { return std::strncmp(LibraryPlatform(), "Windows", 7) == 0; }
 
 TEST(SResString, FillsPlaceholdersByPosition)
 {
-    SResString r(W("%2 before %1, %2 again"));
-    r << W("one") << W("two");
-    EXPECT_EQ("two before one, two again", A(r.format()));
-    EXPECT_EQ(2u, r.getArgumentCount());
+    const struct {
+        const char* format;
+        std::vector<const char*> args;
+        const char* expected;
+    } cases[] = {
+        {"%2 before %1, %2 again", {"one", "two"}, "two before one, two again"},
+        {"plain", {"unused"}, "plain"},
+        {"%12 %11 %10 %9 %1", {"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11", "12"}, "12 11 10 9 1"},
+        {"%10|%1", {"a"}, "%10|a"},  // placeholder 10 without its argument, not %1 and "0"
+        {"%1 %2 %3", {"x"}, "x %2 %3"},
+        {"100%%%% %0 %x %", {}, "100%% %0 %x %"},  // doubled marks give one; stray marks stay
+        {"%1%% done", {"100"}, "100% done"},
+        {"%1 %2", {"%2", "b"}, "%2 b"},  // arguments are not scanned again
+    };
+    for (const auto& c : cases) {
+        SResString r(c.format);
+        for (const char* arg : c.args)
+            r << arg;
+        EXPECT_EQ(c.expected, A(r.format())) << c.format;
+    }
 
-    // The trace formatter's shape: "assert failure: (%1:%2). (%3 : %4)."
+    // The trace formatter's shape, with numbers and another mark.
     SResString a("assert failure: (%1:%2). (%3 : %4).");
     a << "file.cpp" << 42 << W("x != 0") << W("");
     EXPECT_EQ("assert failure: (file.cpp:42). (x != 0 : ).", A(a));
-
-    // No placeholders: the template's own text.
-    EXPECT_EQ("plain", A(SResString("plain").append(W("unused")).format()));
-    EXPECT_EQ("", A(SResString(W("")).format()));
-}
-
-TEST(SResString, TwoDigitPlaceholdersMissingArgumentsAndStrayMarks)
-{
-    SResString r("%12 %11 %10 %9 %1");
-    for (int i = 1; i <= 12; ++i)
-        r << i;
-    EXPECT_EQ("12 11 10 9 1", A(r.format()));
-
-    // With fewer arguments %10 is still placeholder 10, not %1 followed by "0".
-    SResString s("%10|%1");
-    s << "a";
-    EXPECT_EQ("%10|a", A(s.format()));
-
-    // Missing arguments leave their placeholders; stray marks stay.
-    SResString m("%1 %2 %3");
-    m << "x";
-    EXPECT_EQ("x %2 %3", A(m.format()));
-    EXPECT_EQ("100%% %0 %x %", A(SResString("100%%%% %0 %x %").format()));
-    EXPECT_EQ("100% done", A(SResString("%1%% done").append(100).format()));
-
-    // Arguments are not scanned again.
-    SResString n("%1 %2");
-    n << "%2" << "b";
-    EXPECT_EQ("%2 b", A(n.format()));
-}
-
-TEST(SResString, CustomMarkAndNumbers)
-{
-    SResString r(W("$1 costs $2 (not %1) $$"), '$');
-    r << "tea" << -5;
-    EXPECT_EQ("tea costs -5 (not %1) $", A(r.format()));
-    EXPECT_EQ('$', r.getMark());
-
-    SResString n("%1 %2 %3");
+    SResString n(W("$1 $2 $3 (not %1) $$"), '$');
     n << (-9223372036854775807LL - 1) << 18446744073709551615ULL << 0u;
-    EXPECT_EQ("-9223372036854775808 18446744073709551615 0", A(n.format()));
-
-    // Non-ASCII arguments pass through unchanged.
-    const unsigned short text[] = {0x00E9, 0x3000, 0xD83D, 0xDE00, 0};
-    SResString u("<%1>");
-    u << text;
-    SWCharString out = u;
-    ASSERT_EQ(6u, out.getLength());
-    EXPECT_EQ(0xDE00, out.data()[4]);
-
+    EXPECT_EQ("-9223372036854775808 18446744073709551615 0 (not %1) $", A(n.format()));
     SIArray<SWCharString> args{W("a"), W("b")};
     EXPECT_EQ("b-a", A(SResString::Format(W("%2-%1"), args)));
 }
 
 // ---- SEnv ----------------------------------------------------------------------------------
 
-TEST(SEnv, SetReadUnset)
+TEST(SEnv, SetReadUnsetAndInvalidNames)
 {
     const SWCharString name = W("VARDO_TEST_SENV_VALUE");
-    ASSERT_TRUE(SEnv::unset(name));
-    ASSERT_TRUE(SEnv::set(name, W("hello world")));
-    EXPECT_TRUE(SEnv::isSet(name));
-    EXPECT_EQ("hello world", A(SEnv::get(name)));
-
     // Text beyond 7 bits survives the round trip (UTF-8 on Linux, UTF-16 on Windows).
     const unsigned short wide[] = {'x', 0x00E9, 0x4E2D, 0xD83D, 0xDE00, 0};
     ASSERT_TRUE(SEnv::set(name, SWCharString(wide)));
+    EXPECT_TRUE(SEnv::isSet(name));
     EXPECT_TRUE(SEnv::get(name) == SWCharString(wide)) << A(SEnv::get(name));
 
     // A long value (beyond any first guess of a buffer size).
-    SWCharString longValue;
-    for (int i = 0; i < 1000; ++i)
-        longValue += W("0123456789");
+    const SWCharString longValue = W(std::string(10000, 'v'));
     ASSERT_TRUE(SEnv::set(name, longValue));
     EXPECT_TRUE(SEnv::get(name) == longValue);
 
@@ -119,13 +82,9 @@ TEST(SEnv, SetReadUnset)
     EXPECT_FALSE(SEnv::isSet(name));
     EXPECT_TRUE(SEnv::get(name).isEmpty());
     EXPECT_TRUE(SEnv::unset(name));  // removing an absent variable is fine
-}
 
-TEST(SEnv, InvalidNames)
-{
     EXPECT_FALSE(SEnv::set(W(""), W("x")));
     EXPECT_FALSE(SEnv::set(W("A=B"), W("x")));
-    EXPECT_TRUE(SEnv::get(W("")).isEmpty());
     EXPECT_TRUE(SEnv::get(W("A=B")).isEmpty());
     EXPECT_FALSE(SEnv::isSet(W("")));
 }
@@ -135,40 +94,28 @@ TEST(SEnv, InvalidNames)
 TEST(SSimpleBuffer, GrowsAndKeepsContent)
 {
     SSimpleBuffer b;
-    EXPECT_TRUE(b.isEmpty());
-    EXPECT_EQ(nullptr, b.data());
     for (int i = 0; i < 100000; ++i)
         b.append(static_cast<unsigned char>(i & 0xFF));
     ASSERT_EQ(100000u, b.size());
-    EXPECT_GE(b.capacity(), b.size());
     for (int i = 0; i < 100000; ++i)
         ASSERT_EQ(i & 0xFF, b.data()[i]) << i;
-
     b.append("xyz", 3);
-    EXPECT_EQ(0, std::memcmp(b.data() + 100000, "xyz", 3));
     b.append(nullptr, 0);
-    EXPECT_EQ(100003u, b.size());
+    EXPECT_EQ(0, std::memcmp(b.data() + 99999, "\x9Fxyz", 4));
 
-    // Appending a part of itself, even when that reallocates.
+    // Appending itself, even when that reallocates: the copy comes from the new block.
     SSimpleBuffer self("abcd", 4);
-    self.release();
-    self.append("abcd", 4);
     size_t cap = self.capacity();
     while (self.size() <= cap)
         self.append(self.data(), self.size());
-    EXPECT_EQ(0, std::memcmp(self.data() + self.size() - 4, "abcd", 4));
+    EXPECT_EQ(0, std::memcmp(self.data() + self.size() / 2, "abcdabcdabcdabcd", 16));
 
-    unsigned char* p = b.grow(2);
-    p[0] = 'O';
-    p[1] = 'K';
+    b.grow(2)[1] = 'K';
     EXPECT_EQ(100005u, b.size());
     EXPECT_EQ('K', b.data()[100004]);
     EXPECT_EQ(nullptr, b.grow(0));
 
-    size_t capacity = b.capacity();
     b.clear();
-    EXPECT_EQ(0u, b.size());
-    EXPECT_EQ(capacity, b.capacity());
     b.resize(3);
     EXPECT_EQ(0, b.data()[0] | b.data()[1] | b.data()[2]);
     b.release();
@@ -179,11 +126,8 @@ TEST(SSimpleBuffer, CopyMoveAttach)
 {
     SSimpleBuffer a("hello", 5);
     SSimpleBuffer b(a);
-    EXPECT_TRUE(a == b);
     b.append('!');
-    EXPECT_TRUE(a != b);
-    EXPECT_EQ(5u, a.size());
-
+    EXPECT_TRUE(a == SSimpleBuffer("hello", 5));
     SSimpleBuffer c(std::move(b));
     EXPECT_EQ(6u, c.size());
     EXPECT_EQ(0u, b.size());
@@ -193,17 +137,12 @@ TEST(SSimpleBuffer, CopyMoveAttach)
     std::memcpy(block, "0123456789", 10);
     SSimpleBuffer owner;
     owner.attach(block, 10, 16);
-    EXPECT_EQ(10u, owner.size());
-    EXPECT_EQ(16u, owner.capacity());
     owner.append("ab", 2);
     EXPECT_EQ(0, std::memcmp(owner.data(), "0123456789ab", 12));
-    unsigned char* taken = owner.detach();
-    EXPECT_EQ(0u, owner.size());
+    SSimpleBuffer::dealloc(owner.detach());
     EXPECT_EQ(nullptr, owner.data());
-    SSimpleBuffer::dealloc(taken);
 
     EXPECT_THROW(owner.reserve(static_cast<size_t>(-1)), std::bad_alloc);
-    EXPECT_EQ(0u, owner.capacity());
     owner.append("x", 1);
     EXPECT_THROW(owner.grow(static_cast<size_t>(-1)), std::bad_alloc);
     EXPECT_FALSE(owner.setSize(static_cast<size_t>(-1)));
@@ -220,16 +159,7 @@ TEST(CSharedLibrary, LoadsAndResolves)
     const char* lib = onWindows() ? "kernel32.dll" : "libm.so.6";
     const char* entry = onWindows() ? "GetTickCount" : "cos";
     CSharedLibrary l(W(lib));
-    EXPECT_TRUE(l.isLoaded());
-    EXPECT_EQ(lib, A(l.getName()));
     EXPECT_NE(nullptr, l.getProcAddress(entry));
-    EXPECT_EQ(l.getProcAddress(entry), l.findProcAddress(entry));
-
-    if (!onWindows()) {
-        double (*cosine)(double) = nullptr;
-        ASSERT_TRUE(l.resolve("cos", cosine));
-        EXPECT_DOUBLE_EQ(1.0, cosine(0.0));
-    }
 
     EXPECT_EQ(nullptr, l.findProcAddress("vardo_no_such_entry_point"));
     try {
@@ -237,7 +167,6 @@ TEST(CSharedLibrary, LoadsAndResolves)
         FAIL() << "no exception";
     } catch (const CSharedLibraryException& e) {
         EXPECT_EQ(CSharedLibraryException::SymbolNotFound, e.ErrCode());
-        EXPECT_EQ("vardo_no_such_entry_point", A(e.getEntryPoint()));
         EXPECT_EQ(std::string("Unable to find the entry point vardo_no_such_entry_point in the shared library ") +
                       lib + ".",
                   A(e.toString()));
@@ -268,18 +197,14 @@ TEST(CSharedLibrary, LoadsAndResolves)
 TEST(CSharedLibrary, MissingLibraryThrows)
 {
     CSharedLibrary l;
-    EXPECT_FALSE(l.isLoaded());
     try {
         l.load(W("vardo_no_such_library_4711"));
         FAIL() << "no exception";
     } catch (const CSharedLibraryException& e) {
         EXPECT_EQ(CSharedLibraryException::LoadFailed, e.ErrCode());
-        EXPECT_EQ("vardo_no_such_library_4711", A(e.getLibraryName()));
         EXPECT_EQ("Unable to load the shared library vardo_no_such_library_4711.", A(e.toString()));
         EXPECT_FALSE(e.getReason().isEmpty());
         EXPECT_EQ(A(e.toString()) + ":" + A(e.getReason()), A(e.summary()));
-        const SException& base = e;
-        EXPECT_EQ(A(e.summary()), A(base.summary()));
     }
     EXPECT_FALSE(l.isLoaded());
     EXPECT_THROW({ CSharedLibrary x(W("")); }, CSharedLibraryException);
