@@ -3,11 +3,9 @@
 #include <vardo/regfile.h>
 #include <vardo/registry.h>
 #include <vardo/senv.h>
-#include <vardo/strace.h>
-
-#include "vardo_gtest.h"
 
 #include "text.h"
+#include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
 
@@ -35,34 +33,22 @@ std::string hex(const unsigned char* data, size_t size)
     return r;
 }
 
-std::vector<unsigned char> utf16le(const SWCharString& s, bool bom)
+// Byte strings stand for files and value data.
+std::string utf16le(const SWCharString& s)
 {
-    std::vector<unsigned char> b;
-    if (bom) {
-        b.push_back(0xFF);
-        b.push_back(0xFE);
-    }
+    std::string b;
     for (const unsigned short* p = s.data(); *p; ++p) {
-        b.push_back(static_cast<unsigned char>(*p & 0xFF));
-        b.push_back(static_cast<unsigned char>(*p >> 8));
+        b += static_cast<char>(*p & 0xFF);
+        b += static_cast<char>(*p >> 8);
     }
     return b;
 }
 
-std::vector<unsigned char> bytesOf(const std::string& s)
-{
-    return std::vector<unsigned char>(s.begin(), s.end());
-}
+// REG_SZ data: UTF-16LE with its terminator.
+std::string sz(const std::string& utf8) { return utf16le(W(utf8)) + std::string(2, '\0'); }
 
-std::vector<unsigned char> textBytes(const std::string& utf8, bool terminator = true)
-{
-    std::vector<unsigned char> b = utf16le(W(utf8), false);
-    if (terminator) {
-        b.push_back(0);
-        b.push_back(0);
-    }
-    return b;
-}
+const unsigned char* bytes(const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); }
+uint32_t size32(const std::string& s) { return static_cast<uint32_t>(s.size()); }
 
 // Records entries as readable lines.
 struct Recorder : SRegFileSink {
@@ -88,24 +74,17 @@ TEST(RegFile, DecodesByByteOrderMark)
 {
     SWCharString t;
     const std::string text = "Windows Registry Editor Version 5.00\r\n[HKLM\\é]";
-    std::vector<unsigned char> le = utf16le(W(text), true);
-    ASSERT_TRUE(SRegFile::Decode(le.data(), le.size(), t));
-    EXPECT_EQ(W(text), t);
-    std::vector<unsigned char> be = {0xFE, 0xFF};
-    for (size_t i = 2; i < le.size(); i += 2) {
-        be.push_back(le[i + 1]);
-        be.push_back(le[i]);
+    const std::string le = "\xFF\xFE" + utf16le(W(text));
+    std::string be = le;
+    for (size_t i = 0; i < be.size(); i += 2)
+        std::swap(be[i], be[i + 1]);
+    for (const std::string& file : {le, be, text, "\xEF\xBB\xBF" + text}) {
+        ASSERT_TRUE(SRegFile::Decode(bytes(file), file.size(), t));
+        EXPECT_EQ(W(text), t);
     }
-    ASSERT_TRUE(SRegFile::Decode(be.data(), be.size(), t));
-    EXPECT_EQ(W(text), t);
-    std::vector<unsigned char> u8 = bytesOf(text);
-    ASSERT_TRUE(SRegFile::Decode(u8.data(), u8.size(), t));
-    EXPECT_EQ(W(text), t);
-
     for (const std::string& bad : {std::string("\xC3("), std::string("a\0b", 3), std::string("\xED\xA0\x80"),
                                    std::string("\xFF\xFE" "a"), std::string("\xE2\x82")}) {
-        std::vector<unsigned char> b = bytesOf(bad);
-        EXPECT_FALSE(SRegFile::Decode(b.data(), b.size(), t));
+        EXPECT_FALSE(SRegFile::Decode(bytes(bad), bad.size(), t));
         EXPECT_TRUE(t.isEmpty());
     }
 }
@@ -235,9 +214,9 @@ TEST(RegText, DataParsesAndShowsByType)
         EXPECT_TRUE(b.isEmpty()) << r.second;
     }
     // Text is shown up to its first zero unit; a number of the wrong size as bytes.
-    std::vector<unsigned char> two = textBytes("ab");
+    std::string two = sz("ab");
     two[2] = 0;
-    EXPECT_EQ("a", U(SRegText::FormatData(RegTypeExpandString, two.data(), 6)));
+    EXPECT_EQ("a", U(SRegText::FormatData(RegTypeExpandString, bytes(two), 6)));
     const unsigned char three[] = {1, 2, 0xAB};
     EXPECT_EQ("0102AB", U(SRegText::FormatData(RegTypeDword, three, 3)));
 }
@@ -245,18 +224,17 @@ TEST(RegText, DataParsesAndShowsByType)
 TEST(RegFile, FormatsAsRegeditWrites)
 {
     SWCharString line;
-    std::vector<unsigned char> sz = textBytes("C:\\dir \"x\"");
-    ASSERT_TRUE(SRegFile::FormatValue(W("a\"b\\c"), RegTypeString, sz.data(), static_cast<uint32_t>(sz.size()), line));
+    const std::string dir = sz("C:\\dir \"x\"");
+    ASSERT_TRUE(SRegFile::FormatValue(W("a\"b\\c"), RegTypeString, bytes(dir), size32(dir), line));
     EXPECT_EQ("\"a\\\"b\\\\c\"=\"C:\\\\dir \\\"x\\\"\"\r\n", U(line));
     const unsigned char dw[] = {0x0A, 0, 0x10, 0xFF};
     ASSERT_TRUE(SRegFile::FormatValue(SWCharString(), RegTypeDword, dw, 4, line));
     EXPECT_EQ("@=dword:ff10000a\r\n", U(line));
     // Strings that a quoted form cannot carry exactly go as hex(1).
-    std::vector<unsigned char> noTerminator = textBytes("ab", false);
-    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, noTerminator.data(), 4, line));
+    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, bytes(sz("ab")), 4, line));
     EXPECT_EQ("\"n\"=hex(1):61,00,62,00\r\n", U(line));
-    std::vector<unsigned char> newline = textBytes("a\nb");
-    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, newline.data(), static_cast<uint32_t>(newline.size()), line));
+    const std::string newline = sz("a\nb");
+    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, bytes(newline), size32(newline), line));
     EXPECT_EQ(0u, U(line).find("\"n\"=hex(1):61,00,0a,00"));
     ASSERT_TRUE(SRegFile::FormatValue(W("d"), RegTypeDword, dw, 3, line));
     EXPECT_EQ("\"d\"=hex(4):0a,00,10\r\n", U(line));
@@ -268,8 +246,7 @@ TEST(RegFile, FormatsAsRegeditWrites)
             r += "ab,";
         return r;
     };
-    std::vector<unsigned char> big(60, 0xAB);
-    ASSERT_TRUE(SRegFile::FormatValue(W("big"), RegTypeBinary, big.data(), 60, line));
+    ASSERT_TRUE(SRegFile::FormatValue(W("big"), RegTypeBinary, bytes(std::string(60, '\xAB')), 60, line));
     EXPECT_EQ("\"big\"=hex:" + ab(23) + "\\\r\n  " + ab(25) + "\\\r\n  " + ab(11) + "ab\r\n", U(line));
     EXPECT_EQ("[-HKEY_USERS\\x]\r\n", U(SRegFile::FormatKey(W("HKEY_USERS\\x"), true)));
 
@@ -311,56 +288,38 @@ protected:
 
 TEST_F(RegFileStore, ExportThenImportReproducesTheTree)
 {
-    auto raw = [&](const std::string& sub, const std::string& name, uint32_t type,
-                   const std::vector<unsigned char>& data) {
-        static const unsigned char none = 0;
-        ASSERT_TRUE(key(sub).WriteValueRaw(W(name), type, data.empty() ? &none : data.data(),
-                                           static_cast<uint32_t>(data.size())));
+    std::string big;
+    for (int i = 0; i < 5000; ++i)
+        big += static_cast<char>(i * 31);
+    const struct {
+        const char* name;
+        uint32_t type;
+        std::string data;
+    } values[] = {
+        {"Text", 1, sz("plain \"quoted\" C:\\path\\ ünïcødé ✓")}, {"", 1, sz("the default")},
+        {"Number", 4, "\xFF\xFF\xFF\xFF"}, {"Empty", 1, sz("")}, {"NoTerminator", 1, utf16le(W("abc"))},
+        {"Lines", 1, sz("one\r\ntwo")}, {"Expand", 2, sz("%PATH%;x")}, {"Multi", 7, sz("a") + sz("b") + sz("")},
+        {"Q", 11, "\x01\x02\x03\x04\x05\x06\x07\x08"}, {"Big", 3, big}, {"None", 0, ""},
+        {"Odd", 0x1234, "\x01"}, {"ShortDword", 4, "\x01\x02"},
     };
-    std::vector<unsigned char> big(5000);
-    for (size_t i = 0; i < big.size(); ++i)
-        big[i] = static_cast<unsigned char>(i * 31);
-    ASSERT_TRUE(key("tree").WriteValue(W("Text"), W("plain \"quoted\" C:\\path\\ ünïcødé ✓")));
-    ASSERT_TRUE(key("tree").WriteValue(W(""), W("the default")));
-    ASSERT_TRUE(key("tree").WriteValue(W("Number"), 0xFFFFFFFFul));
-    ASSERT_TRUE(key("tree").WriteValue(W("Empty"), SWCharString()));
-    raw("tree", "NoTerminator", 1, textBytes("abc", false));
-    raw("tree", "Lines", 1, textBytes("one\r\ntwo"));
-    raw("tree", "Expand", 2, textBytes("%PATH%;x"));
-    raw("tree", "Multi", 7, {'a', 0, 0, 0, 'b', 0, 0, 0, 0, 0});
-    raw("tree", "Q", 11, {1, 2, 3, 4, 5, 6, 7, 8});
-    raw("tree", "Big", 3, big);
-    raw("tree", "None", 0, {});
-    raw("tree", "Odd", 0x1234, {1});
-    raw("tree", "ShortDword", 4, {1, 2});
+    for (const auto& v : values)
+        ASSERT_TRUE(key("tree").WriteValueRaw(W(v.name), v.type, bytes(v.data), size32(v.data))) << v.name;
     ASSERT_TRUE(key("tree\\Sub Key [1]").WriteValue(W("a"), 1ul));
     ASSERT_TRUE(key("tree\\Ärger\\Deep").WriteValue(W("b"), W("deep")));
-    ASSERT_TRUE(key("tree\\empty").KeyExists() || Registry(W(m_path + "\\tree\\empty"), SWCharString(),
-                                                           RegCurrentUser, true).KeyExists());
+    ASSERT_TRUE(Registry(W(m_path + "\\tree\\empty"), SWCharString(), RegCurrentUser, true).KeyExists());
 
-    SWCharString first, error;
+    SWCharString first, again, error;
     ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), first, &error)) << U(error);
     EXPECT_EQ(0u, U(first).find("Windows Registry Editor Version 5.00\r\n\r\n[" + m_full + "\\tree]\r\n"));
-
-    for (int form = 0; form < 3; ++form) {
-        SCOPED_TRACE(form);
-        ASSERT_TRUE(key("tree").DeleteKeyRecursive());
-        std::vector<unsigned char> file;
-        if (form == 0)
-            file = utf16le(first, true);
-        else
-            file = bytesOf((form == 1 ? "\xEF\xBB\xBF" : "") + U(first));
-        ASSERT_TRUE(SRegFile::Import(file.data(), file.size(), &error)) << U(error);
-        SWCharString again;
-        ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), again, &error)) << U(error);
-        EXPECT_EQ(U(first), U(again));
-    }
+    ASSERT_TRUE(key("tree").DeleteKeyRecursive());
+    const std::string file = "\xFF\xFE" + utf16le(first);
+    ASSERT_TRUE(SRegFile::Import(bytes(file), file.size(), &error)) << U(error);
+    ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), again, &error)) << U(error);
+    EXPECT_EQ(U(first), U(again));
     unsigned long type = 0;
-    std::vector<unsigned char> buf(8000);
-    uint32_t size = static_cast<uint32_t>(buf.size());
-    ASSERT_TRUE(key("tree").ReadValueRaw(W("Big"), type, buf.data(), size));
-    buf.resize(size);
-    EXPECT_EQ(big, buf);
+    SSimpleBuffer read;
+    ASSERT_TRUE(key("tree").ReadValueRaw(W("Big"), type, read));
+    EXPECT_EQ(big, std::string(reinterpret_cast<const char*>(read.data()), read.size()));
     EXPECT_EQ(W("deep"), key("tree\\ärger\\deep").ReadValue(W("b")));
     EXPECT_TRUE(key("tree\\empty").KeyExists());
 }
@@ -376,9 +335,8 @@ TEST_F(RegFileStore, ImportDeletesAndChangesNothingOnError)
                        "\"drop\"=-\r\n"
                        "\"new\"=dword:00000005\r\n"
                        "\"missing\"=-\r\n";
-    std::vector<unsigned char> bytes = bytesOf(text);
     SWCharString error;
-    ASSERT_TRUE(SRegFile::Import(bytes.data(), bytes.size(), &error)) << U(error);
+    ASSERT_TRUE(SRegFile::Import(bytes(text), text.size(), &error)) << U(error);
     EXPECT_FALSE(key("imp\\old").KeyExists());
     EXPECT_EQ(W("k"), key("imp").ReadValue(W("keep")));
     EXPECT_TRUE(key("imp").ReadValue(W("drop")).isEmpty());
@@ -388,15 +346,14 @@ TEST_F(RegFileStore, ImportDeletesAndChangesNothingOnError)
                          "[" + m_full + "\\imp]\r\n"
                          "\"keep\"=-\r\n"
                          "\"bad\"=hex:zz\r\n";
-    bytes = bytesOf(broken);
-    EXPECT_FALSE(SRegFile::Import(bytes.data(), bytes.size(), &error));
+    EXPECT_FALSE(SRegFile::Import(bytes(broken), broken.size(), &error));
     EXPECT_EQ("line 4: bad hex byte list", U(error));
     EXPECT_EQ(W("k"), key("imp").ReadValue(W("keep")));
 
-    bytes = bytesOf("Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER]\r\n");
-    EXPECT_FALSE(SRegFile::Import(bytes.data(), bytes.size(), &error));
-    SWCharString text2;
-    EXPECT_FALSE(SRegFile::Export(W(m_full + "\\no\\such"), text2, &error));
+    const std::string root = "Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER]\r\n";
+    EXPECT_FALSE(SRegFile::Import(bytes(root), root.size(), &error));
+    SWCharString exported;
+    EXPECT_FALSE(SRegFile::Export(W(m_full + "\\no\\such"), exported, &error));
     EXPECT_EQ(0u, U(error).find("key not found"));
 }
 
