@@ -135,10 +135,7 @@ TEST(RegFile, ParsesEverySyntax)
 
 TEST(RegFile, SyntaxErrorsNameTheLine)
 {
-    struct Case {
-        std::string text;
-        std::string error;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"REGEDIT4\r\n[HKLM\\x]", "line 1: not a regedit file"},
         {"Windows Registry Editor Version 5.00\r\n\"v\"=\"x\"", "line 2: value before the first key"},
         {"Windows Registry Editor Version 5.00\r\n[HKLM\\x", "line 2: key line without closing bracket"},
@@ -151,31 +148,15 @@ TEST(RegFile, SyntaxErrorsNameTheLine)
         {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=str:x", "line 3: unknown value data"},
         {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\nv=1", "line 3: expected a key"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Recorder r;
         SWCharString error;
-        EXPECT_FALSE(SRegFile::Parse(W(c.text), r, &error)) << c.text;
-        EXPECT_EQ(0u, U(error).find(c.error)) << U(error) << " for " << c.text;
+        EXPECT_FALSE(SRegFile::Parse(W(c.first), r, &error)) << c.first;
+        EXPECT_EQ(0u, U(error).find(c.second)) << U(error) << " for " << c.first;
     }
 }
 
-TEST(RegText, TypeNamesAndTheirCodes)
-{
-    EXPECT_STREQ("REG_QWORD", SRegText::TypeName(11));
-    EXPECT_EQ(nullptr, SRegText::TypeName(12));
-    EXPECT_EQ("REG_RESOURCE_LIST", U(SRegText::TypeText(8)));
-    EXPECT_EQ("0x1F", U(SRegText::TypeText(31)));
-    uint32_t type = 99;
-    const std::pair<const char*, uint32_t> writable[] = {{"REG_NONE", 0}, {"reg_sz", 1}, {"REG_QWORD", 11}};
-    for (const auto& w : writable) {
-        ASSERT_TRUE(SRegText::ParseType(W(w.first), type)) << w.first;
-        EXPECT_EQ(w.second, type) << w.first;
-    }
-    for (const char* bad : {"REG_LINK", "REG_SZX", "REG_S", ""})
-        EXPECT_FALSE(SRegText::ParseType(W(bad), type)) << bad;
-}
-
-TEST(RegText, DataParsesAndShowsByType)
+TEST(RegText, DataAndTypesParseAndShow)
 {
     const struct {
         uint32_t type;
@@ -219,6 +200,20 @@ TEST(RegText, DataParsesAndShowsByType)
     EXPECT_EQ("a", U(SRegText::FormatData(RegTypeExpandString, bytes(two), 6)));
     const unsigned char three[] = {1, 2, 0xAB};
     EXPECT_EQ("0102AB", U(SRegText::FormatData(RegTypeDword, three, 3)));
+
+    // Type names and the types a text may be written as.
+    EXPECT_STREQ("REG_QWORD", SRegText::TypeName(11));
+    EXPECT_EQ(nullptr, SRegText::TypeName(12));
+    EXPECT_EQ("REG_RESOURCE_LIST", U(SRegText::TypeText(8)));
+    EXPECT_EQ("0x1F", U(SRegText::TypeText(31)));
+    uint32_t type = 99;
+    const std::pair<const char*, uint32_t> writable[] = {{"REG_NONE", 0}, {"reg_sz", 1}, {"REG_QWORD", 11}};
+    for (const auto& w : writable) {
+        ASSERT_TRUE(SRegText::ParseType(W(w.first), type)) << w.first;
+        EXPECT_EQ(w.second, type) << w.first;
+    }
+    for (const char* bad : {"REG_LINK", "REG_SZX", "REG_S", ""})
+        EXPECT_FALSE(SRegText::ParseType(W(bad), type)) << bad;
 }
 
 TEST(RegFile, FormatsAsRegeditWrites)
