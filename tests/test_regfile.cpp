@@ -3,11 +3,9 @@
 #include <vardo/regfile.h>
 #include <vardo/registry.h>
 #include <vardo/senv.h>
-#include <vardo/strace.h>
-
-#include "vardo_gtest.h"
 
 #include "text.h"
+#include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
 
@@ -24,36 +22,33 @@ namespace {
 using vardo_test::W;
 using vardo_test::U;
 
-
-
-std::vector<unsigned char> utf16le(const SWCharString& s, bool bom)
+std::string hex(const unsigned char* data, size_t size)
 {
-    std::vector<unsigned char> b;
-    if (bom) {
-        b.push_back(0xFF);
-        b.push_back(0xFE);
+    std::string r;
+    char buf[4];
+    for (size_t i = 0; i < size; ++i) {
+        std::snprintf(buf, sizeof buf, "%02x", data[i]);
+        r += buf;
     }
+    return r;
+}
+
+// Byte strings stand for files and value data.
+std::string utf16le(const SWCharString& s)
+{
+    std::string b;
     for (const unsigned short* p = s.data(); *p; ++p) {
-        b.push_back(static_cast<unsigned char>(*p & 0xFF));
-        b.push_back(static_cast<unsigned char>(*p >> 8));
+        b += static_cast<char>(*p & 0xFF);
+        b += static_cast<char>(*p >> 8);
     }
     return b;
 }
 
-std::vector<unsigned char> bytesOf(const std::string& s)
-{
-    return std::vector<unsigned char>(s.begin(), s.end());
-}
+// REG_SZ data: UTF-16LE with its terminator.
+std::string sz(const std::string& utf8) { return utf16le(W(utf8)) + std::string(2, '\0'); }
 
-std::vector<unsigned char> textBytes(const std::string& utf8, bool terminator = true)
-{
-    std::vector<unsigned char> b = utf16le(W(utf8), false);
-    if (terminator) {
-        b.push_back(0);
-        b.push_back(0);
-    }
-    return b;
-}
+const unsigned char* bytes(const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); }
+uint32_t size32(const std::string& s) { return static_cast<uint32_t>(s.size()); }
 
 // Records entries as readable lines.
 struct Recorder : SRegFileSink {
@@ -65,13 +60,7 @@ struct Recorder : SRegFileSink {
     }
     bool onValue(const SWCharString& name, uint32_t type, const unsigned char* data, uint32_t size) override
     {
-        std::string hex;
-        char buf[4];
-        for (uint32_t i = 0; i < size; ++i) {
-            std::snprintf(buf, sizeof buf, "%02x", data[i]);
-            hex += buf;
-        }
-        lines.push_back("value " + U(name) + " " + std::to_string(type) + " " + hex);
+        lines.push_back("value " + U(name) + " " + std::to_string(type) + " " + hex(data, size));
         return true;
     }
     bool onDeleteValue(const SWCharString& name) override
@@ -85,24 +74,17 @@ TEST(RegFile, DecodesByByteOrderMark)
 {
     SWCharString t;
     const std::string text = "Windows Registry Editor Version 5.00\r\n[HKLM\\é]";
-    std::vector<unsigned char> le = utf16le(W(text), true);
-    ASSERT_TRUE(SRegFile::Decode(le.data(), le.size(), t));
-    EXPECT_EQ(W(text), t);
-    std::vector<unsigned char> be = {0xFE, 0xFF};
-    for (size_t i = 2; i < le.size(); i += 2) {
-        be.push_back(le[i + 1]);
-        be.push_back(le[i]);
+    const std::string le = "\xFF\xFE" + utf16le(W(text));
+    std::string be = le;
+    for (size_t i = 0; i < be.size(); i += 2)
+        std::swap(be[i], be[i + 1]);
+    for (const std::string& file : {le, be, text, "\xEF\xBB\xBF" + text}) {
+        ASSERT_TRUE(SRegFile::Decode(bytes(file), file.size(), t));
+        EXPECT_EQ(W(text), t);
     }
-    ASSERT_TRUE(SRegFile::Decode(be.data(), be.size(), t));
-    EXPECT_EQ(W(text), t);
-    std::vector<unsigned char> u8 = bytesOf(text);
-    ASSERT_TRUE(SRegFile::Decode(u8.data(), u8.size(), t));
-    EXPECT_EQ(W(text), t);
-
     for (const std::string& bad : {std::string("\xC3("), std::string("a\0b", 3), std::string("\xED\xA0\x80"),
                                    std::string("\xFF\xFE" "a"), std::string("\xE2\x82")}) {
-        std::vector<unsigned char> b = bytesOf(bad);
-        EXPECT_FALSE(SRegFile::Decode(b.data(), b.size(), t));
+        EXPECT_FALSE(SRegFile::Decode(bytes(bad), bad.size(), t));
         EXPECT_TRUE(t.isEmpty());
     }
 }
@@ -123,7 +105,6 @@ TEST(RegFile, ParsesEverySyntax)
         "\"Exp\"=hex(2):25,00,00,00\r\n"
         "\"Q\"=hex(b):01,00,00,00,00,00,00,00\r\n"
         "\"Empty\"=hex:\r\n"
-        "\"Weird \\\"name\\\\\"=hex(0):\r\n"
         "\"Gone\"=-\r\n"
         "\n"
         "[-HKCU\\Software\\Old]\r\n"
@@ -142,7 +123,6 @@ TEST(RegFile, ParsesEverySyntax)
         "value Exp 2 25000000",
         "value Q 11 0100000000000000",
         "value Empty 3 ",
-        "value Weird \"name\\ 0 ",
         "-value Gone",
         "-key HKCU\\Software\\Old",
         "key hkcu\\Software\\New",
@@ -153,10 +133,7 @@ TEST(RegFile, ParsesEverySyntax)
 
 TEST(RegFile, SyntaxErrorsNameTheLine)
 {
-    struct Case {
-        std::string text;
-        std::string error;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"REGEDIT4\r\n[HKLM\\x]", "line 1: not a regedit file"},
         {"Windows Registry Editor Version 5.00\r\n\"v\"=\"x\"", "line 2: value before the first key"},
         {"Windows Registry Editor Version 5.00\r\n[HKLM\\x", "line 2: key line without closing bracket"},
@@ -169,21 +146,60 @@ TEST(RegFile, SyntaxErrorsNameTheLine)
         {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\n\"v\"=str:x", "line 3: unknown value data"},
         {"Windows Registry Editor Version 5.00\r\n[HKLM\\x]\r\nv=1", "line 3: expected a key"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Recorder r;
         SWCharString error;
-        EXPECT_FALSE(SRegFile::Parse(W(c.text), r, &error)) << c.text;
-        EXPECT_EQ(0u, U(error).find(c.error)) << U(error) << " for " << c.text;
+        EXPECT_FALSE(SRegFile::Parse(W(c.first), r, &error)) << c.first;
+        EXPECT_EQ(0u, U(error).find(c.second)) << U(error) << " for " << c.first;
     }
 }
 
-std::vector<unsigned char> bytesOf(const SSimpleBuffer& b)
+TEST(RegText, DataAndTypesParseAndShow)
 {
-    return std::vector<unsigned char>(b.data(), b.data() + b.size());
-}
+    const struct {
+        uint32_t type;
+        const char* text;
+        const char* bytes;
+        const char* shown;   // null: shown as text
+    } cases[] = {
+        {RegTypeString, "C:\\ä", "43003a005c00e4000000", nullptr},   // with its terminator
+        // Numbers: decimal or 0x hex, within range; shown as 0x hex.
+        {RegTypeDword, "4294967295", "ffffffff", "0xffffffff"},
+        {RegTypeDword, "0x1A", "1a000000", "0x1a"},
+        {RegTypeQword, "0X0102030405060708", "0807060504030201", "0x102030405060708"},
+        {RegTypeQword, "18446744073709551615", "ffffffffffffffff", "0xffffffffffffffff"},
+        // Strings joined by \0, each terminated, then the closing empty string.
+        {RegTypeMultiString, "one\\0two\\0", "6f006e0065000000740077006f00000000000000", "one\\0two"},
+        {RegTypeMultiString, "", "0000", nullptr},
+        // Anything else as hex bytes; commas and blanks between pairs are allowed.
+        {RegTypeBinary, "01,ff 0A", "01ff0a", "01FF0A"},
+    };
+    SSimpleBuffer b;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        ASSERT_TRUE(SRegText::ParseData(c.type, W(c.text), b));
+        EXPECT_EQ(c.bytes, hex(b.data(), b.size()));
+        EXPECT_EQ(c.shown ? c.shown : c.text,
+                  U(SRegText::FormatData(c.type, b.data(), static_cast<uint32_t>(b.size()))));
+    }
+    const std::pair<uint32_t, const char*> refused[] = {
+        {RegTypeDword, "4294967296"}, {RegTypeDword, "0x100000000"}, {RegTypeDword, "-1"},
+        {RegTypeDword, " 1"}, {RegTypeDword, "1 "}, {RegTypeDword, "0x"}, {RegTypeDword, ""},
+        {RegTypeDword, "0x0x1"}, {RegTypeQword, "18446744073709551616"}, {RegTypeBinary, "0"},
+        {RegTypeBinary, "0g"}, {21, "01;02"}};
+    for (const auto& r : refused) {
+        b.append(static_cast<unsigned char>(1));
+        EXPECT_FALSE(SRegText::ParseData(r.first, W(r.second), b)) << r.second;
+        EXPECT_TRUE(b.isEmpty()) << r.second;
+    }
+    // Text is shown up to its first zero unit; a number of the wrong size as bytes.
+    std::string two = sz("ab");
+    two[2] = 0;
+    EXPECT_EQ("a", U(SRegText::FormatData(RegTypeExpandString, bytes(two), 6)));
+    const unsigned char three[] = {1, 2, 0xAB};
+    EXPECT_EQ("0102AB", U(SRegText::FormatData(RegTypeDword, three, 3)));
 
-TEST(RegText, TypeNamesAndTheirCodes)
-{
+    // Type names and the types a text may be written as.
     EXPECT_STREQ("REG_QWORD", SRegText::TypeName(11));
     EXPECT_EQ(nullptr, SRegText::TypeName(12));
     EXPECT_EQ("REG_RESOURCE_LIST", U(SRegText::TypeText(8)));
@@ -198,88 +214,33 @@ TEST(RegText, TypeNamesAndTheirCodes)
         EXPECT_FALSE(SRegText::ParseType(W(bad), type)) << bad;
 }
 
-TEST(RegText, DataParsesAndShowsByType)
-{
-    SSimpleBuffer b;
-    // Text, with its terminator; shown up to the first zero unit.
-    ASSERT_TRUE(SRegText::ParseData(RegTypeString, W("C:\\ä"), b));
-    EXPECT_EQ(textBytes("C:\\ä"), bytesOf(b));
-    EXPECT_EQ("C:\\ä", U(SRegText::FormatData(RegTypeString, b.data(), static_cast<uint32_t>(b.size()))));
-    std::vector<unsigned char> two = textBytes("ab");
-    two[2] = 0;
-    EXPECT_EQ("a", U(SRegText::FormatData(RegTypeExpandString, two.data(), 6)));
-    // Numbers: decimal or 0x hex, within range; shown as 0x hex.
-    ASSERT_TRUE(SRegText::ParseData(RegTypeDword, W("4294967295"), b));
-    EXPECT_EQ((std::vector<unsigned char>{0xFF, 0xFF, 0xFF, 0xFF}), bytesOf(b));
-    EXPECT_EQ("0xffffffff", U(SRegText::FormatData(RegTypeDword, b.data(), 4)));
-    ASSERT_TRUE(SRegText::ParseData(RegTypeDword, W("0x1A"), b));
-    EXPECT_EQ((std::vector<unsigned char>{0x1A, 0, 0, 0}), bytesOf(b));
-    ASSERT_TRUE(SRegText::ParseData(RegTypeQword, W("0X0102030405060708"), b));
-    EXPECT_EQ((std::vector<unsigned char>{8, 7, 6, 5, 4, 3, 2, 1}), bytesOf(b));
-    EXPECT_EQ("0x102030405060708", U(SRegText::FormatData(RegTypeQword, b.data(), 8)));
-    ASSERT_TRUE(SRegText::ParseData(RegTypeQword, W("18446744073709551615"), b));
-    for (const char* bad : {"4294967296", "0x100000000", "-1", " 1", "1 ", "0x", "", "0x0x1"})
-        EXPECT_FALSE(SRegText::ParseData(RegTypeDword, W(bad), b)) << bad;
-    EXPECT_TRUE(b.isEmpty());
-    EXPECT_FALSE(SRegText::ParseData(RegTypeQword, W("18446744073709551616"), b));
-    // A number of the wrong size shows as bytes.
-    const unsigned char three[] = {1, 2, 0xAB};
-    EXPECT_EQ("0102AB", U(SRegText::FormatData(RegTypeDword, three, 3)));
-    // Strings joined by \0, each terminated, then the closing empty string.
-    ASSERT_TRUE(SRegText::ParseData(RegTypeMultiString, W("one\\0two\\0"), b));
-    std::vector<unsigned char> multi;
-    for (char c : std::string("one\0two\0\0\0", 10))
-        multi.push_back(static_cast<unsigned char>(c)), multi.push_back(0);
-    EXPECT_EQ(multi, bytesOf(b));
-    EXPECT_EQ("one\\0two", U(SRegText::FormatData(RegTypeMultiString, b.data(), static_cast<uint32_t>(b.size()))));
-    ASSERT_TRUE(SRegText::ParseData(RegTypeMultiString, SWCharString(), b));
-    EXPECT_EQ((std::vector<unsigned char>{0, 0}), bytesOf(b));
-    EXPECT_EQ("", U(SRegText::FormatData(RegTypeMultiString, b.data(), 2)));
-    // Anything else as hex bytes; commas and blanks between pairs are allowed.
-    ASSERT_TRUE(SRegText::ParseData(RegTypeBinary, W("01,ff 0A"), b));
-    EXPECT_EQ((std::vector<unsigned char>{1, 0xFF, 0x0A}), bytesOf(b));
-    EXPECT_EQ("01FF0A", U(SRegText::FormatData(RegTypeBinary, b.data(), 3)));
-    EXPECT_FALSE(SRegText::ParseData(RegTypeBinary, W("0"), b));
-    EXPECT_FALSE(SRegText::ParseData(RegTypeBinary, W("0g"), b));
-    EXPECT_FALSE(SRegText::ParseData(21, W("01;02"), b));
-}
-
 TEST(RegFile, FormatsAsRegeditWrites)
 {
     SWCharString line;
-    std::vector<unsigned char> sz = textBytes("C:\\dir \"x\"");
-    ASSERT_TRUE(SRegFile::FormatValue(W("a\"b\\c"), RegTypeString, sz.data(), static_cast<uint32_t>(sz.size()), line));
+    const std::string dir = sz("C:\\dir \"x\"");
+    ASSERT_TRUE(SRegFile::FormatValue(W("a\"b\\c"), RegTypeString, bytes(dir), size32(dir), line));
     EXPECT_EQ("\"a\\\"b\\\\c\"=\"C:\\\\dir \\\"x\\\"\"\r\n", U(line));
     const unsigned char dw[] = {0x0A, 0, 0x10, 0xFF};
     ASSERT_TRUE(SRegFile::FormatValue(SWCharString(), RegTypeDword, dw, 4, line));
     EXPECT_EQ("@=dword:ff10000a\r\n", U(line));
     // Strings that a quoted form cannot carry exactly go as hex(1).
-    std::vector<unsigned char> noTerminator = textBytes("ab", false);
-    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, noTerminator.data(), 4, line));
+    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, bytes(sz("ab")), 4, line));
     EXPECT_EQ("\"n\"=hex(1):61,00,62,00\r\n", U(line));
-    std::vector<unsigned char> newline = textBytes("a\nb");
-    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, newline.data(), static_cast<uint32_t>(newline.size()), line));
+    const std::string newline = sz("a\nb");
+    ASSERT_TRUE(SRegFile::FormatValue(W("n"), RegTypeString, bytes(newline), size32(newline), line));
     EXPECT_EQ(0u, U(line).find("\"n\"=hex(1):61,00,0a,00"));
     ASSERT_TRUE(SRegFile::FormatValue(W("d"), RegTypeDword, dw, 3, line));
     EXPECT_EQ("\"d\"=hex(4):0a,00,10\r\n", U(line));
     EXPECT_FALSE(SRegFile::FormatValue(W("bad\nname"), RegTypeBinary, dw, 4, line));
-    // Long data wraps at 80 columns with ",\" and two blanks.
-    std::vector<unsigned char> big(100, 0xAB);
-    ASSERT_TRUE(SRegFile::FormatValue(W("big"), RegTypeBinary, big.data(), 100, line));
-    std::string s = U(line);
-    size_t start = 0;
-    int lines = 0;
-    while (start < s.size()) {
-        size_t end = s.find("\r\n", start);
-        ASSERT_NE(std::string::npos, end);
-        EXPECT_LE(end - start, 80u);
-        if (lines > 0) {
-            EXPECT_EQ("  ", s.substr(start, 2));
-        }
-        start = end + 2;
-        ++lines;
-    }
-    EXPECT_GT(lines, 3);
+    // Long data wraps as regedit wraps it: 80 columns at most, ",\" then two blanks.
+    auto ab = [](int n) {
+        std::string r;
+        for (int i = 0; i < n; ++i)
+            r += "ab,";
+        return r;
+    };
+    ASSERT_TRUE(SRegFile::FormatValue(W("big"), RegTypeBinary, bytes(std::string(60, '\xAB')), 60, line));
+    EXPECT_EQ("\"big\"=hex:" + ab(23) + "\\\r\n  " + ab(25) + "\\\r\n  " + ab(11) + "ab\r\n", U(line));
     EXPECT_EQ("[-HKEY_USERS\\x]\r\n", U(SRegFile::FormatKey(W("HKEY_USERS\\x"), true)));
 
     RegKeyHandle root = 0;
@@ -288,7 +249,6 @@ TEST(RegFile, FormatsAsRegeditWrites)
     EXPECT_EQ(RegCurrentUser, root);
     EXPECT_EQ(W("Software\\x"), path);
     EXPECT_FALSE(SRegFile::SplitKeyPath(W("HKEY_LOCAL_MACHINEX\\a"), root, path));
-    EXPECT_EQ(W("HKEY_CLASSES_ROOT"), SRegFile::RootName(RegClassesRoot));
 }
 
 class RegFileStore : public ::testing::Test {
@@ -320,56 +280,38 @@ protected:
 
 TEST_F(RegFileStore, ExportThenImportReproducesTheTree)
 {
-    auto raw = [&](const std::string& sub, const std::string& name, uint32_t type,
-                   const std::vector<unsigned char>& data) {
-        static const unsigned char none = 0;
-        ASSERT_TRUE(key(sub).WriteValueRaw(W(name), type, data.empty() ? &none : data.data(),
-                                           static_cast<uint32_t>(data.size())));
+    std::string big;
+    for (int i = 0; i < 5000; ++i)
+        big += static_cast<char>(i * 31);
+    const struct {
+        const char* name;
+        uint32_t type;
+        std::string data;
+    } values[] = {
+        {"Text", 1, sz("plain \"quoted\" C:\\path\\ ünïcødé ✓")}, {"", 1, sz("the default")},
+        {"Number", 4, "\xFF\xFF\xFF\xFF"}, {"Empty", 1, sz("")}, {"NoTerminator", 1, utf16le(W("abc"))},
+        {"Lines", 1, sz("one\r\ntwo")}, {"Expand", 2, sz("%PATH%;x")}, {"Multi", 7, sz("a") + sz("b") + sz("")},
+        {"Q", 11, "\x01\x02\x03\x04\x05\x06\x07\x08"}, {"Big", 3, big}, {"None", 0, ""},
+        {"Odd", 0x1234, "\x01"}, {"ShortDword", 4, "\x01\x02"},
     };
-    std::vector<unsigned char> big(5000);
-    for (size_t i = 0; i < big.size(); ++i)
-        big[i] = static_cast<unsigned char>(i * 31);
-    ASSERT_TRUE(key("tree").WriteValue(W("Text"), W("plain \"quoted\" C:\\path\\ ünïcødé ✓")));
-    ASSERT_TRUE(key("tree").WriteValue(W(""), W("the default")));
-    ASSERT_TRUE(key("tree").WriteValue(W("Number"), 0xFFFFFFFFul));
-    ASSERT_TRUE(key("tree").WriteValue(W("Empty"), SWCharString()));
-    raw("tree", "NoTerminator", 1, textBytes("abc", false));
-    raw("tree", "Lines", 1, textBytes("one\r\ntwo"));
-    raw("tree", "Expand", 2, textBytes("%PATH%;x"));
-    raw("tree", "Multi", 7, {'a', 0, 0, 0, 'b', 0, 0, 0, 0, 0});
-    raw("tree", "Q", 11, {1, 2, 3, 4, 5, 6, 7, 8});
-    raw("tree", "Big", 3, big);
-    raw("tree", "None", 0, {});
-    raw("tree", "Odd", 0x1234, {1});
-    raw("tree", "ShortDword", 4, {1, 2});
+    for (const auto& v : values)
+        ASSERT_TRUE(key("tree").WriteValueRaw(W(v.name), v.type, bytes(v.data), size32(v.data))) << v.name;
     ASSERT_TRUE(key("tree\\Sub Key [1]").WriteValue(W("a"), 1ul));
     ASSERT_TRUE(key("tree\\Ärger\\Deep").WriteValue(W("b"), W("deep")));
-    ASSERT_TRUE(key("tree\\empty").KeyExists() || Registry(W(m_path + "\\tree\\empty"), SWCharString(),
-                                                           RegCurrentUser, true).KeyExists());
+    ASSERT_TRUE(Registry(W(m_path + "\\tree\\empty"), SWCharString(), RegCurrentUser, true).KeyExists());
 
-    SWCharString first, error;
+    SWCharString first, again, error;
     ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), first, &error)) << U(error);
     EXPECT_EQ(0u, U(first).find("Windows Registry Editor Version 5.00\r\n\r\n[" + m_full + "\\tree]\r\n"));
-
-    for (int form = 0; form < 3; ++form) {
-        SCOPED_TRACE(form);
-        ASSERT_TRUE(key("tree").DeleteKeyRecursive());
-        std::vector<unsigned char> file;
-        if (form == 0)
-            file = utf16le(first, true);
-        else
-            file = bytesOf((form == 1 ? "\xEF\xBB\xBF" : "") + U(first));
-        ASSERT_TRUE(SRegFile::Import(file.data(), file.size(), &error)) << U(error);
-        SWCharString again;
-        ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), again, &error)) << U(error);
-        EXPECT_EQ(U(first), U(again));
-    }
+    ASSERT_TRUE(key("tree").DeleteKeyRecursive());
+    const std::string file = "\xFF\xFE" + utf16le(first);
+    ASSERT_TRUE(SRegFile::Import(bytes(file), file.size(), &error)) << U(error);
+    ASSERT_TRUE(SRegFile::Export(W(m_full + "\\tree"), again, &error)) << U(error);
+    EXPECT_EQ(U(first), U(again));
     unsigned long type = 0;
-    std::vector<unsigned char> buf(8000);
-    uint32_t size = static_cast<uint32_t>(buf.size());
-    ASSERT_TRUE(key("tree").ReadValueRaw(W("Big"), type, buf.data(), size));
-    buf.resize(size);
-    EXPECT_EQ(big, buf);
+    SSimpleBuffer read;
+    ASSERT_TRUE(key("tree").ReadValueRaw(W("Big"), type, read));
+    EXPECT_EQ(big, std::string(reinterpret_cast<const char*>(read.data()), read.size()));
     EXPECT_EQ(W("deep"), key("tree\\ärger\\deep").ReadValue(W("b")));
     EXPECT_TRUE(key("tree\\empty").KeyExists());
 }
@@ -385,9 +327,8 @@ TEST_F(RegFileStore, ImportDeletesAndChangesNothingOnError)
                        "\"drop\"=-\r\n"
                        "\"new\"=dword:00000005\r\n"
                        "\"missing\"=-\r\n";
-    std::vector<unsigned char> bytes = bytesOf(text);
     SWCharString error;
-    ASSERT_TRUE(SRegFile::Import(bytes.data(), bytes.size(), &error)) << U(error);
+    ASSERT_TRUE(SRegFile::Import(bytes(text), text.size(), &error)) << U(error);
     EXPECT_FALSE(key("imp\\old").KeyExists());
     EXPECT_EQ(W("k"), key("imp").ReadValue(W("keep")));
     EXPECT_TRUE(key("imp").ReadValue(W("drop")).isEmpty());
@@ -397,15 +338,14 @@ TEST_F(RegFileStore, ImportDeletesAndChangesNothingOnError)
                          "[" + m_full + "\\imp]\r\n"
                          "\"keep\"=-\r\n"
                          "\"bad\"=hex:zz\r\n";
-    bytes = bytesOf(broken);
-    EXPECT_FALSE(SRegFile::Import(bytes.data(), bytes.size(), &error));
+    EXPECT_FALSE(SRegFile::Import(bytes(broken), broken.size(), &error));
     EXPECT_EQ("line 4: bad hex byte list", U(error));
     EXPECT_EQ(W("k"), key("imp").ReadValue(W("keep")));
 
-    bytes = bytesOf("Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER]\r\n");
-    EXPECT_FALSE(SRegFile::Import(bytes.data(), bytes.size(), &error));
-    SWCharString text2;
-    EXPECT_FALSE(SRegFile::Export(W(m_full + "\\no\\such"), text2, &error));
+    const std::string root = "Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER]\r\n";
+    EXPECT_FALSE(SRegFile::Import(bytes(root), root.size(), &error));
+    SWCharString exported;
+    EXPECT_FALSE(SRegFile::Export(W(m_full + "\\no\\such"), exported, &error));
     EXPECT_EQ(0u, U(error).find("key not found"));
 }
 
