@@ -71,22 +71,9 @@ public:
 
 } // namespace
 
-// ---- sleep_with_stop_alarm ----------------------------------------------------------------------
+// ---- TerminatingThread ------------------------------------------------------------------------------
 
-TEST(TerminatingThread, SleepReturnsAtOnceWhenStopped)
-{
-    JTCHandleT<TerminatingThread> t(new Idle());
-    EXPECT_FALSE(t->isStopped());
-    t->stop();
-    EXPECT_TRUE(t->isStopped());
-    Clock::time_point start = Clock::now();
-    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));
-    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));   // the stop flag stays set
-    EXPECT_LT(msSince(start), 60 * 1000);
-    EXPECT_TRUE(t->sleep_with_stop_alarm(0));
-}
-
-TEST(TerminatingThread, AwakeEndsOneSleepOnly)
+TEST(TerminatingThread, SleepEndsOnStopForGoodAndOnAwakeOnce)
 {
     JTCHandleT<TerminatingThread> t(new Idle());
     t->awake();
@@ -99,6 +86,15 @@ TEST(TerminatingThread, AwakeEndsOneSleepOnly)
     EXPECT_FALSE(t->sleep_with_stop_alarm(60));
     EXPECT_GE(msSince(start), 40);   // allows for a coarse system tick
     EXPECT_FALSE(t->sleep_with_stop_alarm(-5));
+
+    EXPECT_FALSE(t->isStopped());
+    t->stop();
+    EXPECT_TRUE(t->isStopped());
+    start = Clock::now();
+    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));
+    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));   // the stop flag stays set
+    EXPECT_LT(msSince(start), 60 * 1000);
+    EXPECT_TRUE(t->sleep_with_stop_alarm(0));
 }
 
 TEST(TerminatingThread, StopAndAwakeFromAnotherThread)
@@ -116,7 +112,6 @@ TEST(TerminatingThread, StopAndAwakeFromAnotherThread)
     w->awake();
     ASSERT_TRUE(eventually([&] { return w->wakeups.load() == 1; }));
     EXPECT_TRUE(w->isAlive());
-    EXPECT_FALSE(w->finished.load());
 
     w->stop();
     w->join();
@@ -142,10 +137,9 @@ TEST(TerminatingThread, OwnerMayDropItsHandleWhileTheThreadRuns)
         started.wait();
         raw = w.get();
     }
-    // The running thread keeps its own object alive ...
+    // The running thread keeps its own object alive and lets it go when run() returns.
     EXPECT_EQ(0, deaths.load());
     raw->stop();
-    // ... and lets it go when run() has returned.
     EXPECT_TRUE(eventually([] { return deaths.load() == 1; }));
 }
 
@@ -156,7 +150,6 @@ TEST(JTC, ThreadStates)
     JTCHandleT<Gate> g(new Gate());
     EXPECT_EQ(1, g->_refCount());
     g->join();                  // never started: nothing to wait for
-    EXPECT_FALSE(g->isAlive());
     g->start();
     EXPECT_TRUE(g->isAlive());  // blocked until released
     EXPECT_FALSE(g->join(1));
@@ -176,50 +169,31 @@ TEST(JTC, MonitorIsRecursiveAndWaitGivesItUpWhole)
     EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
 
     bool ready = false;         // guarded by the monitor
-    bool seen = false;
-    std::thread waiter([&] {
-        JTCSynchronized outer(m);
-        JTCSynchronized inner(m);   // two levels held
-        while (!ready)
-            m.wait();
-        seen = true;
-    });
-    {
-        JTCSynchronized sync(m);    // only possible if wait released both levels
-        ready = true;
-        m.notify();
-    }
-    waiter.join();
-    m.lock();
-    EXPECT_TRUE(seen);
-    m.wait(1);                  // a limited wait returns by itself
-    m.wait(0);
-    m.unlock();
-    EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
-}
-
-TEST(JTC, NotifyAllWakesEveryWaiter)
-{
-    JTCMonitor m;
-    int generation = 0;         // guarded by the monitor
     int waiting = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 3; ++i) {
         threads.emplace_back([&] {
-            JTCSynchronized sync(m);
+            JTCSynchronized outer(m);
+            JTCSynchronized inner(m);   // two levels held
             ++waiting;
-            while (generation == 0)
+            while (!ready)
                 m.wait(Forever);
         });
     }
+    // Only possible if each wait released both levels.
     ASSERT_TRUE(eventually([&] { JTCSynchronized sync(m); return waiting == 3; }));
     {
         JTCSynchronized sync(m);
-        generation = 1;
+        ready = true;
         m.notifyAll();
     }
     for (std::thread& t : threads)
         t.join();
+    m.lock();
+    m.wait(1);                  // a limited wait returns by itself
+    m.wait(0);
+    m.unlock();
+    EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
 }
 
 // ---- COM message pump -------------------------------------------------------------------------------
@@ -241,17 +215,15 @@ TEST(HackedCOMMessagePump, StartsAndStops)
 
 TEST(ProcessFacts, IdsSleepsAndProcessors)
 {
-    const uint32_t pid = CSIProcess::GetCurrentProcessId();
     const uint32_t tid = CSIProcess::GetCurrentThreadId();
-    EXPECT_NE(0u, pid);
     EXPECT_EQ(tid, CSIProcess::GetCurrentThreadId());
     uint32_t otherPid = 0, otherTid = 0;
-    std::thread t([&] {
+    std::thread([&] {
         otherPid = CSIProcess::GetCurrentProcessId();
         otherTid = CSIProcess::GetCurrentThreadId();
-    });
-    t.join();
-    EXPECT_EQ(pid, otherPid);
+    }).join();
+    EXPECT_EQ(CSIProcess::GetCurrentProcessId(), otherPid);
+    EXPECT_NE(0u, otherPid);
     EXPECT_NE(tid, otherTid);
 
     Clock::time_point start = Clock::now();
