@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -43,68 +44,14 @@ std::string narrow(const std::wstring& w)
     s.resize(WideCharToMultiByte(CP_UTF8, 0, w.data(), (int)w.size(), &s[0], (int)s.size(), nullptr, nullptr));
     return s;
 }
-
-std::vector<std::string> currentEnvironment()
-{
-    std::vector<std::string> entries;
-    if (wchar_t* block = GetEnvironmentStringsW()) {
-        for (const wchar_t* p = block; *p; p += wcslen(p) + 1)
-            entries.push_back(narrow(p));
-        FreeEnvironmentStringsW(block);
-    }
-    return entries;
-}
-
-bool sameName(const std::string& a, const std::string& b)
-{
-    return _stricmp(a.c_str(), b.c_str()) == 0;
-}
-
-int reap(ChildProcess& child)
-{
-    WaitForSingleObject(child.m_handle, INFINITE);
-    DWORD code = 0;
-    GetExitCodeProcess(child.m_handle, &code);
-    return (int)code;
-}
-
-void endProcess(ChildProcess& child)
-{
-    TerminateProcess(child.m_handle, 137);
-}
-#else
-std::vector<std::string> currentEnvironment()
-{
-    std::vector<std::string> entries;
-    for (char** e = environ; e && *e; ++e)
-        entries.emplace_back(*e);
-    return entries;
-}
-
-bool sameName(const std::string& a, const std::string& b)
-{
-    return a == b;
-}
-
-int reap(ChildProcess& child)
-{
-    int status = 0;
-    pid_t r;
-    do {
-        r = waitpid(static_cast<pid_t>(child.m_id), &status, 0);
-    } while (r < 0 && errno == EINTR);
-    if (r >= 0 && WIFEXITED(status))
-        return WEXITSTATUS(status);
-    if (r >= 0 && WIFSIGNALED(status))
-        return 128 + WTERMSIG(status);
-    return -1;
-}
-
-void endProcess(ChildProcess& child)
-{
-    ::kill(static_cast<pid_t>(child.m_id), SIGKILL);
-}
 #endif
+
+// Names compare without case, as Windows does (harmless for the tests' own names on Linux).
+bool sameName(const std::string& a, const std::string& b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return std::toupper((unsigned char)x) == std::toupper((unsigned char)y); });
+}
 
 // The current environment without the names that extraEnv or the role override, then those.
 std::vector<std::string> childEnvironment(const std::string& gtestFilter, const Variables& extraEnv)
@@ -115,8 +62,18 @@ std::vector<std::string> childEnvironment(const std::string& gtestFilter, const 
     };
     if (!overridden(kRoleVariable))
         env.emplace_back(kRoleVariable, gtestFilter);
-    std::vector<std::string> entries;
-    for (const std::string& e : currentEnvironment()) {
+    std::vector<std::string> current, entries;
+#if defined(_WIN32)
+    if (wchar_t* block = GetEnvironmentStringsW()) {
+        for (const wchar_t* p = block; *p; p += wcslen(p) + 1)
+            current.push_back(narrow(p));
+        FreeEnvironmentStringsW(block);
+    }
+#else
+    for (char** e = environ; e && *e; ++e)
+        current.emplace_back(*e);
+#endif
+    for (const std::string& e : current) {
         // From the second character: Windows keeps "=C:=C:\dir" entries.
         if (!overridden(e.substr(0, e.find('=', 1))))
             entries.push_back(e);
@@ -175,8 +132,7 @@ ChildProcess spawnSelf(const std::string& gtestFilter, const Variables& extraEnv
     // Neither argument can hold a quote or end in a backslash: plain quotes suffice.
     std::wstring exe = widen(selfPath());
     std::wstring commandLine = L"\"" + exe + L"\" \"--gtest_filter=" + widen(gtestFilter) + L"\"";
-    STARTUPINFOW si;
-    ZeroMemory(&si, sizeof si);
+    STARTUPINFOW si = {};
     si.cb = sizeof si;
     PROCESS_INFORMATION pi;
     if (!CreateProcessW(exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE,
@@ -247,7 +203,21 @@ int wait(ChildProcess& child)
     if (!child.m_started)
         return -1;
     if (!child.m_reaped) {
-        child.m_exitCode = reap(child);
+#if defined(_WIN32)
+        WaitForSingleObject(child.m_handle, INFINITE);
+        DWORD code = 0;
+        GetExitCodeProcess(child.m_handle, &code);
+        child.m_exitCode = (int)code;
+#else
+        int status = 0;
+        pid_t r;
+        do {
+            r = waitpid(static_cast<pid_t>(child.m_id), &status, 0);
+        } while (r < 0 && errno == EINTR);
+        child.m_exitCode = r < 0 ? -1
+                           : WIFEXITED(status) ? WEXITSTATUS(status)
+                           : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+#endif
         child.m_reaped = true;
     }
     return child.m_exitCode;
@@ -257,7 +227,11 @@ void kill(ChildProcess& child)
 {
     if (!child.running())
         return;
-    endProcess(child);
+#if defined(_WIN32)
+    TerminateProcess(child.m_handle, 137);
+#else
+    ::kill(static_cast<pid_t>(child.m_id), SIGKILL);
+#endif
     wait(child);
 }
 

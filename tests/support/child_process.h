@@ -1,12 +1,6 @@
-// Child processes for tests that need more than one process: the test binary runs
-// itself again with a GoogleTest filter that selects one "child" test case and with
-// environment variables that tell that case what to do.
-//
-//   TEST(LockChild, Increment) {
-//       if (!vardo_test::isChild()) GTEST_SKIP() << "runs as a child process only";
-//       const char* file = vardo_test::childArg("VARDO_CHILD_FILE");
-//       ...
-//   }
+// Child processes for tests that need more than one process: the test binary runs itself
+// again with a GoogleTest filter selecting one "child" test case, which skips unless
+// isChild() and reads its orders with childArg():
 //
 //   auto child = vardo_test::spawnSelf("LockChild.Increment", {{"VARDO_CHILD_FILE", path}});
 //   EXPECT_EQ(0, vardo_test::wait(child));   // 0: the child's test passed
@@ -34,7 +28,7 @@ struct ChildProcess {
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess();
 
-    // True when a process was started and has not been waited for yet.
+    // Started and not yet waited for.
     bool running() const { return m_started && !m_reaped; }
     // The system's process id (0 when not started).
     long long id() const { return m_id; }
