@@ -36,7 +36,8 @@ bool eventually(Pred pred)
     return true;
 }
 
-const long Forever = 3600L * 1000;   // an hour: any sleep this long means a fault
+const long Forever = 3600L * 1000;   // an hour: any wait this long means a fault
+const long Long = 20 * 1000;         // a sleep that must be cut short well before its end
 
 // Sleeps in a loop as a real worker does, counting the wake-ups that were not stops.
 class Worker : public TerminatingThread {
@@ -46,13 +47,11 @@ public:
     {
         self = JTCThread::currentThread();
         started.set_value();
-        while (!sleep_with_stop_alarm(Forever))
+        while (!sleep_with_stop_alarm(Long))
             ++wakeups;
-        finished = true;
     }
     std::promise<void> started;
     std::atomic<int> wakeups{0};
-    std::atomic<bool> finished{false};
     std::atomic<JTCThread*> self{nullptr};
 };
 
@@ -62,111 +61,65 @@ public:
     void run() override {}
 };
 
-// Blocks until released, to observe isAlive().
-class Gate : public JTCThread {
-public:
-    void run() override { release.get_future().wait(); }
-    std::promise<void> release;
-};
-
 } // namespace
 
-// ---- sleep_with_stop_alarm ----------------------------------------------------------------------
+// ---- TerminatingThread ------------------------------------------------------------------------------
 
-TEST(TerminatingThread, SleepReturnsAtOnceWhenStopped)
-{
-    JTCHandleT<TerminatingThread> t(new Idle());
-    EXPECT_FALSE(t->isStopped());
-    t->stop();
-    EXPECT_TRUE(t->isStopped());
-    Clock::time_point start = Clock::now();
-    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));
-    EXPECT_TRUE(t->sleep_with_stop_alarm(Forever));   // the stop flag stays set
-    EXPECT_LT(msSince(start), 60 * 1000);
-    EXPECT_TRUE(t->sleep_with_stop_alarm(0));
-}
-
-TEST(TerminatingThread, AwakeEndsOneSleepOnly)
+TEST(TerminatingThread, SleepEndsOnStopForGoodAndOnAwakeOnce)
 {
     JTCHandleT<TerminatingThread> t(new Idle());
     t->awake();
     Clock::time_point start = Clock::now();
-    EXPECT_FALSE(t->sleep_with_stop_alarm(Forever));  // cut short, not stopped
-    EXPECT_LT(msSince(start), 60 * 1000);
+    EXPECT_FALSE(t->sleep_with_stop_alarm(Long));  // cut short, not stopped
+    EXPECT_LT(msSince(start), Long / 2);
 
     // The flag was used up: the next sleep runs its full time.
     start = Clock::now();
     EXPECT_FALSE(t->sleep_with_stop_alarm(60));
     EXPECT_GE(msSince(start), 40);   // allows for a coarse system tick
     EXPECT_FALSE(t->sleep_with_stop_alarm(-5));
+
+    EXPECT_FALSE(t->isStopped());
+    t->stop();
+    EXPECT_TRUE(t->isStopped());
+    start = Clock::now();
+    EXPECT_TRUE(t->sleep_with_stop_alarm(Long));
+    EXPECT_TRUE(t->sleep_with_stop_alarm(Long));   // the stop flag stays set
+    EXPECT_TRUE(t->sleep_with_stop_alarm(0));
+    EXPECT_LT(msSince(start), Long / 2);
 }
 
-TEST(TerminatingThread, StopAndAwakeFromAnotherThread)
+TEST(TerminatingThread, RunsUntilStoppedAndWakesOnAwake)
 {
     Worker* raw = new Worker("worker");
     JTCHandleT<Worker> w(raw);
     std::future<void> started = w->started.get_future();
+    w->join();                  // never started: nothing to wait for
     EXPECT_FALSE(w->isAlive());
     w->start();
     EXPECT_THROW(w->start(), JTCIllegalThreadStateException);
     started.wait();
     EXPECT_EQ(static_cast<JTCThread*>(raw), w->self.load());
     EXPECT_EQ(nullptr, JTCThread::currentThread());   // this thread is not the library's
+    EXPECT_EQ(2, w->_refCount());   // the running thread keeps its object alive
 
+    Clock::time_point start = Clock::now();
     w->awake();
     ASSERT_TRUE(eventually([&] { return w->wakeups.load() == 1; }));
     EXPECT_TRUE(w->isAlive());
-    EXPECT_FALSE(w->finished.load());
+    EXPECT_FALSE(w->join(1));
 
     w->stop();
     w->join();
-    EXPECT_TRUE(w->finished.load());
+    EXPECT_LT(msSince(start), Long / 2);   // both cut a sleep short
     EXPECT_FALSE(w->isAlive());
     EXPECT_EQ(1, w->wakeups.load());
-    w->join();   // joining again returns at once
-}
-
-TEST(TerminatingThread, OwnerMayDropItsHandleWhileTheThreadRuns)
-{
-    static std::atomic<int> deaths(0);
-    class Dying : public Worker {
-    public:
-        Dying() : Worker("dying") {}
-        ~Dying() override { ++deaths; }
-    };
-    Worker* raw;
-    {
-        JTCHandleT<Worker> w(new Dying());
-        std::future<void> started = w->started.get_future();
-        w->start();
-        started.wait();
-        raw = w.get();
-    }
-    // The running thread keeps its own object alive ...
-    EXPECT_EQ(0, deaths.load());
-    raw->stop();
-    // ... and lets it go when run() has returned.
-    EXPECT_TRUE(eventually([] { return deaths.load() == 1; }));
+    EXPECT_TRUE(w->join(0));    // joining again returns at once
+    EXPECT_THROW(w->start(), JTCIllegalThreadStateException);
+    EXPECT_EQ(1, w->_refCount());   // the finished thread gave its reference back
 }
 
 // ---- the thread library ---------------------------------------------------------------------------
-
-TEST(JTC, ThreadStates)
-{
-    JTCHandleT<Gate> g(new Gate());
-    EXPECT_EQ(1, g->_refCount());
-    g->join();                  // never started: nothing to wait for
-    EXPECT_FALSE(g->isAlive());
-    g->start();
-    EXPECT_TRUE(g->isAlive());  // blocked until released
-    EXPECT_FALSE(g->join(1));
-    g->release.set_value();
-    g->join();
-    EXPECT_FALSE(g->isAlive());
-    EXPECT_TRUE(g->join(0));
-    EXPECT_THROW(g->start(), JTCIllegalThreadStateException);
-    EXPECT_EQ(1, g->_refCount());   // the finished thread gave its reference back
-}
 
 TEST(JTC, MonitorIsRecursiveAndWaitGivesItUpWhole)
 {
@@ -176,50 +129,31 @@ TEST(JTC, MonitorIsRecursiveAndWaitGivesItUpWhole)
     EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
 
     bool ready = false;         // guarded by the monitor
-    bool seen = false;
-    std::thread waiter([&] {
-        JTCSynchronized outer(m);
-        JTCSynchronized inner(m);   // two levels held
-        while (!ready)
-            m.wait();
-        seen = true;
-    });
-    {
-        JTCSynchronized sync(m);    // only possible if wait released both levels
-        ready = true;
-        m.notify();
-    }
-    waiter.join();
-    m.lock();
-    EXPECT_TRUE(seen);
-    m.wait(1);                  // a limited wait returns by itself
-    m.wait(0);
-    m.unlock();
-    EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
-}
-
-TEST(JTC, NotifyAllWakesEveryWaiter)
-{
-    JTCMonitor m;
-    int generation = 0;         // guarded by the monitor
     int waiting = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 3; ++i) {
         threads.emplace_back([&] {
-            JTCSynchronized sync(m);
+            JTCSynchronized outer(m);
+            JTCSynchronized inner(m);   // two levels held
             ++waiting;
-            while (generation == 0)
+            while (!ready)
                 m.wait(Forever);
         });
     }
+    // Only possible if each wait released both levels.
     ASSERT_TRUE(eventually([&] { JTCSynchronized sync(m); return waiting == 3; }));
     {
         JTCSynchronized sync(m);
-        generation = 1;
+        ready = true;
         m.notifyAll();
     }
     for (std::thread& t : threads)
         t.join();
+    m.lock();
+    m.wait(1);                  // a limited wait returns by itself
+    m.wait(0);
+    m.unlock();
+    EXPECT_THROW(m.unlock(), JTCIllegalMonitorStateException);
 }
 
 // ---- COM message pump -------------------------------------------------------------------------------
@@ -241,17 +175,13 @@ TEST(HackedCOMMessagePump, StartsAndStops)
 
 TEST(ProcessFacts, IdsSleepsAndProcessors)
 {
-    const uint32_t pid = CSIProcess::GetCurrentProcessId();
     const uint32_t tid = CSIProcess::GetCurrentThreadId();
-    EXPECT_NE(0u, pid);
-    EXPECT_EQ(tid, CSIProcess::GetCurrentThreadId());
     uint32_t otherPid = 0, otherTid = 0;
-    std::thread t([&] {
+    std::thread([&] {
         otherPid = CSIProcess::GetCurrentProcessId();
         otherTid = CSIProcess::GetCurrentThreadId();
-    });
-    t.join();
-    EXPECT_EQ(pid, otherPid);
+    }).join();
+    EXPECT_EQ(CSIProcess::GetCurrentProcessId(), otherPid);
     EXPECT_NE(tid, otherTid);
 
     Clock::time_point start = Clock::now();

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +17,6 @@
 #else
 #  include <csignal>
 #  include <spawn.h>
-#  include <sys/types.h>
 #  include <sys/wait.h>
 #  include <unistd.h>
 extern char** environ;
@@ -25,92 +26,84 @@ namespace vardo_test {
 
 namespace {
 
-const char kRoleVariable[] = "VARDO_CHILD_ROLE";
+typedef std::vector<std::pair<std::string, std::string>> Variables;
 
-bool hasVariable(const std::vector<std::pair<std::string, std::string>>& env, const std::string& name)
-{
-    for (const auto& kv : env)
-        if (kv.first == name)
-            return true;
-    return false;
-}
+const char kRoleVariable[] = "VARDO_CHILD_ROLE";
 
 #if defined(_WIN32)
 std::wstring widen(const std::string& s)
 {
-    if (s.empty())
-        return std::wstring();
-    int n = MultiByteToWideChar(CP_UTF8, 0, s.data(), (int)s.size(), nullptr, 0);
-    std::wstring w(n, L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, s.data(), (int)s.size(), &w[0], n);
+    std::wstring w(s.size(), L'\0');   // never more UTF-16 units than UTF-8 bytes
+    w.resize(MultiByteToWideChar(CP_UTF8, 0, s.data(), (int)s.size(), &w[0], (int)w.size()));
     return w;
 }
 
 std::string narrow(const std::wstring& w)
 {
-    if (w.empty())
-        return std::string();
-    int n = WideCharToMultiByte(CP_UTF8, 0, w.data(), (int)w.size(), nullptr, 0, nullptr, nullptr);
-    std::string s(n, '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w.data(), (int)w.size(), &s[0], n, nullptr, nullptr);
+    std::string s(w.size() * 3, '\0');   // at most three UTF-8 bytes per UTF-16 unit
+    s.resize(WideCharToMultiByte(CP_UTF8, 0, w.data(), (int)w.size(), &s[0], (int)s.size(), nullptr, nullptr));
     return s;
 }
-
-// One argument quoted for CommandLineToArgvW's rules.
-std::wstring quoteArgument(const std::wstring& a)
-{
-    std::wstring q = L"\"";
-    size_t backslashes = 0;
-    for (wchar_t c : a) {
-        if (c == L'\\') {
-            ++backslashes;
-            continue;
-        }
-        // Backslashes before a quote are doubled and the quote escaped; elsewhere literal.
-        q.append(c == L'"' ? backslashes * 2 + 1 : backslashes, L'\\');
-        backslashes = 0;
-        q.push_back(c);
-    }
-    q.append(backslashes * 2, L'\\');
-    q.push_back(L'"');
-    return q;
-}
 #endif
+
+// Names compare without case, as Windows does (harmless for the tests' own names on Linux).
+bool sameName(const std::string& a, const std::string& b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return std::toupper((unsigned char)x) == std::toupper((unsigned char)y); });
+}
+
+// The current environment without the names that extraEnv or the role override, then those.
+std::vector<std::string> childEnvironment(const std::string& gtestFilter, const Variables& extraEnv)
+{
+    Variables env = extraEnv;
+    auto overridden = [&](const std::string& name) {
+        return std::any_of(env.begin(), env.end(), [&](const Variables::value_type& kv) { return sameName(kv.first, name); });
+    };
+    if (!overridden(kRoleVariable))
+        env.emplace_back(kRoleVariable, gtestFilter);
+    std::vector<std::string> current, entries;
+#if defined(_WIN32)
+    if (wchar_t* block = GetEnvironmentStringsW()) {
+        for (const wchar_t* p = block; *p; p += wcslen(p) + 1)
+            current.push_back(narrow(p));
+        FreeEnvironmentStringsW(block);
+    }
+#else
+    for (char** e = environ; e && *e; ++e)
+        current.emplace_back(*e);
+#endif
+    for (const std::string& e : current) {
+        // From the second character: Windows keeps "=C:=C:\dir" entries.
+        if (!overridden(e.substr(0, e.find('=', 1))))
+            entries.push_back(e);
+    }
+    for (const auto& kv : env)
+        entries.push_back(kv.first + "=" + kv.second);
+    return entries;
+}
 
 } // namespace
 
 ChildProcess::ChildProcess(ChildProcess&& o) noexcept
-    : m_started(o.m_started), m_reaped(o.m_reaped), m_exitCode(o.m_exitCode), m_id(o.m_id),
-      m_handle(o.m_handle)
 {
-    o.m_started = false;
-    o.m_handle = nullptr;
+    *this = std::move(o);
 }
 
+// A swap: the process this object held goes to o, whose destruction ends it.
 ChildProcess& ChildProcess::operator=(ChildProcess&& o) noexcept
 {
-    if (this != &o) {
-        if (running())
-            kill(*this);
-#if defined(_WIN32)
-        if (m_handle)
-            CloseHandle(m_handle);
-#endif
-        m_started = o.m_started;
-        m_reaped = o.m_reaped;
-        m_exitCode = o.m_exitCode;
-        m_id = o.m_id;
-        m_handle = o.m_handle;
-        o.m_started = false;
-        o.m_handle = nullptr;
-    }
+    std::swap(m_started, o.m_started);
+    std::swap(m_reaped, o.m_reaped);
+    std::swap(m_exitCode, o.m_exitCode);
+    std::swap(m_id, o.m_id);
+    std::swap(m_handle, o.m_handle);
     return *this;
 }
 
 ChildProcess::~ChildProcess()
 {
-    if (running())
-        kill(*this);
+    kill(*this);
 #if defined(_WIN32)
     if (m_handle)
         CloseHandle(m_handle);
@@ -122,50 +115,26 @@ ChildProcess::~ChildProcess()
 std::string selfPath()
 {
     std::wstring buffer(32768, L'\0');
-    DWORD n = GetModuleFileNameW(nullptr, &buffer[0], (DWORD)buffer.size());
-    buffer.resize(n);
+    buffer.resize(GetModuleFileNameW(nullptr, &buffer[0], (DWORD)buffer.size()));
     return narrow(buffer);
 }
 
-ChildProcess spawnSelf(const std::string& gtestFilter,
-                       const std::vector<std::pair<std::string, std::string>>& extraEnv)
+ChildProcess spawnSelf(const std::string& gtestFilter, const Variables& extraEnv)
 {
     ChildProcess child;
-    std::vector<std::pair<std::string, std::string>> env = extraEnv;
-    if (!hasVariable(env, kRoleVariable))
-        env.emplace_back(kRoleVariable, gtestFilter);
-
-    // The current environment without the overridden names, then the extra variables.
     std::wstring block;
-    if (wchar_t* current = GetEnvironmentStringsW()) {
-        for (const wchar_t* p = current; *p; p += wcslen(p) + 1) {
-            std::wstring entry(p);
-            size_t eq = entry.find(L'=', 1);
-            std::wstring name = entry.substr(0, eq);
-            bool overridden = false;
-            for (const auto& kv : env)
-                if (_wcsicmp(widen(kv.first).c_str(), name.c_str()) == 0)
-                    overridden = true;
-            if (!overridden) {
-                block += entry;
-                block.push_back(L'\0');
-            }
-        }
-        FreeEnvironmentStringsW(current);
-    }
-    for (const auto& kv : env) {
-        block += widen(kv.first) + L"=" + widen(kv.second);
+    for (const std::string& e : childEnvironment(gtestFilter, extraEnv)) {
+        block += widen(e);
         block.push_back(L'\0');
     }
     block.push_back(L'\0');
 
+    // Neither argument can hold a quote or end in a backslash: plain quotes suffice.
     std::wstring exe = widen(selfPath());
-    std::wstring commandLine = quoteArgument(exe) + L" " + quoteArgument(widen("--gtest_filter=" + gtestFilter));
-    STARTUPINFOW si;
-    ZeroMemory(&si, sizeof si);
+    std::wstring commandLine = L"\"" + exe + L"\" \"--gtest_filter=" + widen(gtestFilter) + L"\"";
+    STARTUPINFOW si = {};
     si.cb = sizeof si;
     PROCESS_INFORMATION pi;
-    ZeroMemory(&pi, sizeof pi);
     if (!CreateProcessW(exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE,
                         CREATE_UNICODE_ENVIRONMENT, &block[0], nullptr, &si, &pi)) {
         ADD_FAILURE() << "CreateProcessW failed: " << GetLastError();
@@ -178,28 +147,6 @@ ChildProcess spawnSelf(const std::string& gtestFilter,
     return child;
 }
 
-int wait(ChildProcess& child)
-{
-    if (!child.m_started)
-        return -1;
-    if (child.m_reaped)
-        return child.m_exitCode;
-    WaitForSingleObject(child.m_handle, INFINITE);
-    DWORD code = 0;
-    GetExitCodeProcess(child.m_handle, &code);
-    child.m_exitCode = (int)code;
-    child.m_reaped = true;
-    return child.m_exitCode;
-}
-
-void kill(ChildProcess& child)
-{
-    if (!child.running())
-        return;
-    TerminateProcess(child.m_handle, 137);
-    wait(child);
-}
-
 const char* childArg(const char* name)
 {
     static std::mutex lock;
@@ -208,9 +155,7 @@ const char* childArg(const char* name)
     if (!v)
         return nullptr;
     std::lock_guard<std::mutex> guard(lock);
-    std::string& slot = values[name];
-    slot = narrow(v);
-    return slot.c_str();
+    return (values[name] = narrow(v)).c_str();
 }
 
 #else
@@ -223,23 +168,10 @@ std::string selfPath()
     return path;
 }
 
-ChildProcess spawnSelf(const std::string& gtestFilter,
-                       const std::vector<std::pair<std::string, std::string>>& extraEnv)
+ChildProcess spawnSelf(const std::string& gtestFilter, const Variables& extraEnv)
 {
     ChildProcess child;
-    std::vector<std::pair<std::string, std::string>> env = extraEnv;
-    if (!hasVariable(env, kRoleVariable))
-        env.emplace_back(kRoleVariable, gtestFilter);
-
-    std::vector<std::string> entries;
-    for (char** e = environ; e && *e; ++e) {
-        const char* eq = std::strchr(*e, '=');
-        std::string name = eq ? std::string(*e, static_cast<size_t>(eq - *e)) : std::string(*e);
-        if (!hasVariable(env, name))
-            entries.emplace_back(*e);
-    }
-    for (const auto& kv : env)
-        entries.push_back(kv.first + "=" + kv.second);
+    std::vector<std::string> entries = childEnvironment(gtestFilter, extraEnv);
     std::vector<char*> envp;
     for (std::string& s : entries)
         envp.push_back(&s[0]);
@@ -259,26 +191,35 @@ ChildProcess spawnSelf(const std::string& gtestFilter,
     return child;
 }
 
+const char* childArg(const char* name)
+{
+    return std::getenv(name);
+}
+
+#endif
+
 int wait(ChildProcess& child)
 {
     if (!child.m_started)
         return -1;
-    if (child.m_reaped)
-        return child.m_exitCode;
-    int status = 0;
-    pid_t r;
-    do {
-        r = waitpid(static_cast<pid_t>(child.m_id), &status, 0);
-    } while (r < 0 && errno == EINTR);
-    if (r < 0)
-        child.m_exitCode = -1;
-    else if (WIFEXITED(status))
-        child.m_exitCode = WEXITSTATUS(status);
-    else if (WIFSIGNALED(status))
-        child.m_exitCode = 128 + WTERMSIG(status);
-    else
-        child.m_exitCode = -1;
-    child.m_reaped = true;
+    if (!child.m_reaped) {
+#if defined(_WIN32)
+        WaitForSingleObject(child.m_handle, INFINITE);
+        DWORD code = 0;
+        GetExitCodeProcess(child.m_handle, &code);
+        child.m_exitCode = (int)code;
+#else
+        int status = 0;
+        pid_t r;
+        do {
+            r = waitpid(static_cast<pid_t>(child.m_id), &status, 0);
+        } while (r < 0 && errno == EINTR);
+        child.m_exitCode = r < 0 ? -1
+                           : WIFEXITED(status) ? WEXITSTATUS(status)
+                           : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+#endif
+        child.m_reaped = true;
+    }
     return child.m_exitCode;
 }
 
@@ -286,16 +227,13 @@ void kill(ChildProcess& child)
 {
     if (!child.running())
         return;
+#if defined(_WIN32)
+    TerminateProcess(child.m_handle, 137);
+#else
     ::kill(static_cast<pid_t>(child.m_id), SIGKILL);
+#endif
     wait(child);
 }
-
-const char* childArg(const char* name)
-{
-    return std::getenv(name);
-}
-
-#endif
 
 bool isChild()
 {

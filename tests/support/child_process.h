@@ -1,16 +1,6 @@
-// Child processes for tests that need more than one process: the test binary runs
-// itself again with a GoogleTest filter that selects one "child" test case and with
-// environment variables that tell that case what to do.
-//
-// A child test case is a normal TEST() that skips unless it runs as a child:
-//
-//   TEST(LockChild, Increment) {
-//       if (!vardo_test::isChild()) GTEST_SKIP() << "runs as a child process only";
-//       const char* file = vardo_test::childArg("VARDO_CHILD_FILE");
-//       ...
-//   }
-//
-// and the parent starts it with
+// Child processes for tests that need more than one process: the test binary runs itself
+// again with a GoogleTest filter selecting one "child" test case, which skips unless
+// isChild() and reads its orders with childArg():
 //
 //   auto child = vardo_test::spawnSelf("LockChild.Increment", {{"VARDO_CHILD_FILE", path}});
 //   EXPECT_EQ(0, vardo_test::wait(child));   // 0: the child's test passed
@@ -38,7 +28,7 @@ struct ChildProcess {
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess();
 
-    // True when a process was started and has not been waited for yet.
+    // Started and not yet waited for.
     bool running() const { return m_started && !m_reaped; }
     // The system's process id (0 when not started).
     long long id() const { return m_id; }
@@ -52,19 +42,17 @@ struct ChildProcess {
 
 // Runs this binary again as "<self> --gtest_filter=<gtestFilter>" with the current
 // environment plus extraEnv (which overrides variables of the same name) and
-// VARDO_CHILD_ROLE=<gtestFilter> unless extraEnv sets VARDO_CHILD_ROLE itself.
-// The child inherits stdout and stderr. A failed start gives a ChildProcess that is not
-// running (and a GoogleTest failure is recorded).
+// VARDO_CHILD_ROLE=<gtestFilter> unless extraEnv sets it. The child inherits stdout and
+// stderr. A failed start records a GoogleTest failure and gives a child not running.
 ChildProcess spawnSelf(const std::string& gtestFilter,
                        const std::vector<std::pair<std::string, std::string>>& extraEnv);
 
 // Waits for the child to end and returns its exit code (on Linux 128 + the signal
-// number when a signal ended it). Returns the stored code when already waited for, -1
-// for a child that never started.
+// number when a signal ended it); the stored code when already waited for, -1 for a
+// child that never started.
 int wait(ChildProcess& child);
 
-// Ends the child at once (SIGKILL / TerminateProcess) and reaps it. No effect on a child
-// that has already been waited for.
+// Ends the child at once (SIGKILL / TerminateProcess) and reaps it, if still running.
 void kill(ChildProcess& child);
 
 // True when this process runs as a child of spawnSelf (VARDO_CHILD_ROLE is set).
