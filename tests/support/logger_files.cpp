@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
-#include <random>
 
 namespace fs = std::filesystem;
 using namespace Vardo400;
@@ -19,38 +17,12 @@ std::string pathU8(const fs::path& p)
     return std::string(s.begin(), s.end());
 }
 
-fs::path makeScratchDir(const std::string& prefix)
-{
-    std::random_device rd;
-    for (int i = 0; i < 100; ++i) {
-        fs::path p = fs::temp_directory_path() / (prefix + std::to_string(rd()));
-        std::error_code ec;
-        if (fs::create_directory(p, ec))
-            return p;
-    }
-    return fs::path();
-}
-
-std::string readFile(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 std::vector<std::string> readLines(const fs::path& p)
 {
-    std::string all = readFile(p);
+    std::ifstream in(p, std::ios::binary);
     std::vector<std::string> lines;
-    size_t at = 0;
-    while (at < all.size()) {
-        size_t end = all.find('\n', at);
-        if (end == std::string::npos) {
-            lines.push_back(all.substr(at));
-            break;
-        }
-        lines.push_back(all.substr(at, end - at));
-        at = end + 1;
-    }
+    for (std::string l; std::getline(in, l);)
+        lines.push_back(l);
     return lines;
 }
 

@@ -1,5 +1,5 @@
-// Helpers for the logger's tests: a scratch folder per test, the logger brought down
-// after each test, and log files read back as lines.
+// Helpers for the logger's tests: log files read back as lines, the logger brought up
+// and down.
 #ifndef VARDO_TEST_LOGGER_FILES_H
 #define VARDO_TEST_LOGGER_FILES_H
 
@@ -17,10 +17,6 @@ namespace vardo_test {
 inline std::string U8(const Vardo400::SWCharString& s) { return U(s); }
 std::string pathU8(const std::filesystem::path& p);
 
-// A new empty folder below the system's temporary folder.
-std::filesystem::path makeScratchDir(const std::string& prefix);
-// The whole file, or "" when it cannot be read.
-std::string readFile(const std::filesystem::path& p);
 // The file cut at "\n"; each line keeps its "\r". A last piece without "\n" is kept too.
 std::vector<std::string> readLines(const std::filesystem::path& p);
 // Names (no folder) of the folder's regular files, sorted.
