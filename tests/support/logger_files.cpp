@@ -1,21 +1,12 @@
 // Helpers for the logger's tests.
 #include "logger_files.h"
 
-#include <vardo/slogger.h>
-
 #include <algorithm>
 #include <fstream>
 
 namespace fs = std::filesystem;
-using namespace Vardo400;
 
 namespace vardo_test {
-
-std::string pathU8(const fs::path& p)
-{
-    auto s = p.u8string();
-    return std::string(s.begin(), s.end());
-}
 
 std::vector<std::string> readLines(const fs::path& p)
 {
@@ -40,13 +31,8 @@ std::vector<std::string> listFiles(const fs::path& dir)
 void terminateLogger()
 {
     for (int i = 0; i < 1000; ++i)
-        if (SLogger::Terminate() || SLogger::GetCmdLine().isEmpty())
+        if (Vardo400::SLogger::Terminate() || Vardo400::SLogger::GetCmdLine().isEmpty())
             break;
-}
-
-bool initLogger(const std::string& cmdLine, bool reload)
-{
-    return SLogger::Initialize(CParamLineArgs(W(cmdLine)), reload);
 }
 
 } // namespace vardo_test

@@ -3,7 +3,7 @@
 #ifndef VARDO_TEST_LOGGER_FILES_H
 #define VARDO_TEST_LOGGER_FILES_H
 
-#include <vardo/sstring.h>
+#include <vardo/slogger.h>
 
 #include "text.h"
 
@@ -15,7 +15,11 @@ namespace vardo_test {
 
 // UTF-8 as text and back (text.h); U8 is U under the name these tests use.
 inline std::string U8(const Vardo400::SWCharString& s) { return U(s); }
-std::string pathU8(const std::filesystem::path& p);
+inline std::string pathU8(const std::filesystem::path& p)
+{
+    auto s = p.u8string();
+    return std::string(s.begin(), s.end());
+}
 
 // The file cut at "\n"; each line keeps its "\r". A last piece without "\n" is kept too.
 std::vector<std::string> readLines(const std::filesystem::path& p);
@@ -24,7 +28,10 @@ std::vector<std::string> listFiles(const std::filesystem::path& dir);
 // Calls SLogger::Terminate until the logger is gone.
 void terminateLogger();
 // Initializes the logger with the command line (UTF-8); false when Initialize failed.
-bool initLogger(const std::string& cmdLine, bool reload = false);
+inline bool initLogger(const std::string& cmdLine, bool reload = false)
+{
+    return Vardo400::SLogger::Initialize(Vardo400::CParamLineArgs(W(cmdLine)), reload);
+}
 
 } // namespace vardo_test
 
