@@ -117,7 +117,7 @@ TEST_F(SEventLogTest, NamesAndDefaults)
     EXPECT_EQ(1024000, byDefault.getMaxFileSize());
 }
 
-TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGap)
+TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGapOrTheLimit)
 {
     // Each line is 20 + 44 + 5 bytes or so; 200 bytes hold two of them.
     DiskEventLog log(file("ev.log"), 200);
@@ -136,16 +136,14 @@ TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGap)
     // The copy that stood beyond the gap moved up once the shift reached it.
     EXPECT_EQ("older\n", m_tmp.read("ev_4.log"));
     EXPECT_FALSE(fs::exists(m_dir / "ev_5.log"));
-}
 
-TEST_F(SEventLogTest, RotationDropsTheCopyAtTheLimitAndZeroNeverRotates)
-{
+    // At the limit the oldest copy is dropped; size 0 never rotates.
     for (int n = 1; n <= SEventLog::maxLogFiles; ++n)
         m_tmp.write("full_" + std::to_string(n) + ".log", std::to_string(n) + "\n");
     m_tmp.write("full.log", std::string(300, 'x') + "\n");
-    DiskEventLog log(file("full.log"), 200);
-    ASSERT_TRUE(log.writeStrToLog(W("after")));
-    log.closeLogFile();
+    DiskEventLog full(file("full.log"), 200);
+    ASSERT_TRUE(full.writeStrToLog(W("after")));
+    full.closeLogFile();
     EXPECT_EQ(std::string(300, 'x') + "\n", m_tmp.read("full_1.log"));
     EXPECT_EQ("1\n", m_tmp.read("full_2.log"));
     EXPECT_EQ("998\n", m_tmp.read("full_999.log"));   // the old 999 is gone
@@ -243,6 +241,8 @@ struct Plugin {
 
 } // namespace
 
+// Information, warning and debug events and a missing socket come through the system
+// plug-in below.
 TEST_F(SEventLogTest, SystemLogIsSyslogUnderTheSourceName)
 {
     SyslogSink sink(m_tmp.str("log.sock"));
@@ -251,26 +251,15 @@ TEST_F(SEventLogTest, SystemLogIsSyslogUnderTheSourceName)
         GTEST_SKIP() << "needs the library's test hooks";
     SEventLog log{SWCharString()};
     ASSERT_TRUE(log.openSource(SWCharString(), W("vardotest"), 42, 7));
-    EXPECT_TRUE(log.writeStrToLog(W("hello there")));
-    expectSyslog(sink, 14, "vardotest", "hello there");
     SWCharString a = W("a"), b = W("b");
     const unsigned short* strings[2] = {a.data(), b.data()};
     EXPECT_TRUE(log.reportEvent(SEventLog::errorType, strings, 2, 2, 9));
     expectSyslog(sink, 11, "vardotest", R"(\[category 2, event 9\] a b)");
-    EXPECT_TRUE(log.reportEvent(SEventLog::debugType, W("dbg"), 0));
-    expectSyslog(sink, 15, "vardotest", "dbg");
-    {
-        vardo_test::AssertCapture capture;
-        EXPECT_TRUE(log.reportEvent(3, W("odd type"), 0));
-        EXPECT_EQ(1u, capture.seen().size());
-    }
+    vardo_test::AssertCapture capture;
+    EXPECT_TRUE(log.reportEvent(3, W("odd type"), 0));
+    EXPECT_EQ(1u, capture.seen().size());
     expectSyslog(sink, 14, "vardotest", "odd type");
     EXPECT_TRUE(log.closeSource());
-
-    // No syslog socket: the source does not open.
-    vardo_test::redirectSyslog(m_tmp.str("absent.sock").c_str());
-    SEventLog none{SWCharString()};
-    EXPECT_FALSE(none.openSource(SWCharString(), W("vardotest")));
 }
 
 TEST_F(SEventLogTest, SystemPluginSettingsAndSyslog)

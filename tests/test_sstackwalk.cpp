@@ -20,10 +20,9 @@
 
 using namespace Vardo400;
 using vardo_test::W;
+using vardo_test::ascii;
 
 namespace {
-
-std::string walkText(const SWCharString& out) { return vardo_test::ascii(out); }
 
 std::atomic<int> g_sink(0);   // work after each call keeps it from becoming a jump
 
@@ -50,12 +49,12 @@ __attribute__((noinline)) int recurse(int depth, SWCharString& out)
 
 } // namespace
 
-TEST(SStackWalk, WalkNamesTheCallerItsModuleAndSourceLine)
+TEST(SStackWalk, WalkAndAddressNameTheCallerItsModuleAndSourceLine)
 {
     SStackWalk walker;
     SWCharString out = W("before:");   // the walk appends
     ASSERT_TRUE(VardoProbeOuter(out, 0));
-    std::string text = walkText(out);
+    std::string text = ascii(out);
     // The walker's own frames are left out: the first frame is the caller.
     ASSERT_EQ(0u, text.find("before:0x")) << text;
     EXPECT_LT(text.find("VardoProbeInner"), text.find("VardoProbeOuter")) << text;
@@ -66,13 +65,22 @@ TEST(SStackWalk, WalkNamesTheCallerItsModuleAndSourceLine)
     EXPECT_NE(std::string::npos, first.find(" test_sstackwalk: VardoProbeInner + ")) << first;
     EXPECT_NE(std::string::npos, first.find(" bytes\n\t\t")) << first;
     EXPECT_NE(std::string::npos, first.find("test_sstackwalk.cpp, Line ")) << first;
+
+    // One address alone, outside every module or at a symbol's first byte (no displacement).
+    EXPECT_EQ("0x00001000 <unknown module>: <unknown symbol>", ascii(SStackWalk::DescribeAddress(0x1000)));
+    std::string own = ascii(SStackWalk::DescribeAddress(reinterpret_cast<uintptr_t>(&VardoProbeInner)));
+    EXPECT_NE(std::string::npos, own.find("test_sstackwalk: VardoProbeInner")) << own;
+    EXPECT_EQ(std::string::npos, own.find("VardoProbeInner + ")) << own;
+    // No context: nothing walked, the text untouched.
+    EXPECT_FALSE(SStackWalk::StackWalkAll(nullptr, out, 0));
+    EXPECT_EQ(text, ascii(out));
 }
 
 TEST(SStackWalk, SkipLeavesOutFramesFromTheTop)
 {
     SWCharString one, huge, negative;
     ASSERT_TRUE(VardoProbeOuter(one, 1));
-    std::string b = walkText(one);
+    std::string b = ascii(one);
     EXPECT_EQ(std::string::npos, b.find("VardoProbeInner")) << b;
     EXPECT_NE(std::string::npos, b.substr(0, b.find("0x", 2)).find("VardoProbeOuter")) << b;
     // More frames than the stack holds: nothing, and still success.
@@ -80,29 +88,17 @@ TEST(SStackWalk, SkipLeavesOutFramesFromTheTop)
     EXPECT_TRUE(huge.isEmpty());
     // A negative count skips nothing.
     ASSERT_TRUE(VardoProbeOuter(negative, -5));
-    EXPECT_EQ(0u, walkText(negative).find("0x"));
-    EXPECT_NE(std::string::npos, walkText(negative).find("VardoProbeInner"));
+    EXPECT_EQ(0u, ascii(negative).find("0x"));
+    EXPECT_NE(std::string::npos, ascii(negative).find("VardoProbeInner"));
 
     // A deep stack: at most 512 frames.
     SWCharString deep;
     ASSERT_EQ(1, recurse(700, deep));
-    std::string text = walkText(deep);
+    std::string text = ascii(deep);
     size_t frames = 0;
     for (size_t at = text.find("0x"); at != std::string::npos; at = text.find("0x", at + 1))
         ++frames;
     EXPECT_EQ(512u, frames);
-}
-
-TEST(SStackWalk, DescribeAddressAndANullContext)
-{
-    EXPECT_EQ("0x00001000 <unknown module>: <unknown symbol>", walkText(SStackWalk::DescribeAddress(0x1000)));
-    std::string own = walkText(SStackWalk::DescribeAddress(reinterpret_cast<uintptr_t>(&VardoProbeInner)));
-    EXPECT_NE(std::string::npos, own.find("test_sstackwalk: VardoProbeInner")) << own;
-    // At the symbol's first byte no displacement is shown.
-    EXPECT_EQ(std::string::npos, own.find("VardoProbeInner + ")) << own;
-    SWCharString out = W("kept");
-    EXPECT_FALSE(SStackWalk::StackWalkAll(nullptr, out, 0));
-    EXPECT_EQ(W("kept"), out);
 }
 
 #if defined(__linux__)
@@ -138,7 +134,7 @@ TEST(SStackWalk, WalksTheContextOfASignal)
     VardoRaisingFunction();
     sigaction(SIGUSR1, &old, nullptr);
     ASSERT_TRUE(g_bSignalWalkOk);
-    std::string text = walkText(out);
+    std::string text = ascii(out);
     // The walk starts where the signal was raised, not in the handler.
     EXPECT_EQ(std::string::npos, text.find("onSignal")) << text;
     EXPECT_NE(std::string::npos, text.find("VardoRaisingFunction")) << text;
@@ -156,7 +152,7 @@ TEST(SStackWalk, ConcurrentWalksAreSerialised)
                 SStackWalk walker;   // objects come and go while others walk
                 SWCharString out;
                 if (VardoProbeOuter(out, 0))
-                    results[static_cast<size_t>(t)] = walkText(out);
+                    results[static_cast<size_t>(t)] = ascii(out);
             }
         });
     for (auto& th : threads)
@@ -184,9 +180,9 @@ TEST(SStackWalk, LibrariesLoadedAndUnloadedBetweenWalks)
     {
         CSharedLibrary lib(W(path));
         address = reinterpret_cast<uintptr_t>(lib.getProcAddress("GetDLLVersion"));
-        std::string text = walkText(SStackWalk::DescribeAddress(address));
+        std::string text = ascii(SStackWalk::DescribeAddress(address));
         EXPECT_NE(std::string::npos, text.find(" log_xn_system: GetDLLVersion")) << text;
     }
     // Gone: its address names no module any more (unless something else took its place).
-    EXPECT_EQ(std::string::npos, walkText(SStackWalk::DescribeAddress(address)).find("log_xn_system"));
+    EXPECT_EQ(std::string::npos, ascii(SStackWalk::DescribeAddress(address)).find("log_xn_system"));
 }

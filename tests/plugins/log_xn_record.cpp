@@ -5,6 +5,7 @@
 //   log_xn_noexport   without "GetParamList" (the logger must refuse it)
 //   log_xn_failinit   "Initialize" returns 1 (kept, inactive)
 // A trace text holding "reenter" makes it trace from inside the trace and record the result.
+// The logger calls a plug-in from one thread at a time, so the state needs no lock.
 #include <vardo/sloggerplugin.h>
 #include <vardo/slogger.h>
 
@@ -12,12 +13,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 #include <string>
 
 namespace {
 
-std::mutex g_lock;
 std::string g_file;
 std::string g_paramValue = "initial";
 std::atomic<int> g_outstanding{0};
@@ -43,9 +42,7 @@ unsigned short* handOut(const std::string& s)
 
 void record(const std::string& line)
 {
-    std::lock_guard<std::mutex> guard(g_lock);
-    FILE* f = g_file.empty() ? nullptr : std::fopen(g_file.c_str(), "ab");
-    if (f) {
+    if (FILE* f = g_file.empty() ? nullptr : std::fopen(g_file.c_str(), "ab")) {
         std::fputs((line + "\n").c_str(), f);
         std::fclose(f);
     }
@@ -59,10 +56,7 @@ VARDO_LOGPLUGIN_EXPORT int Initialize(const unsigned short* cmdLine)
     const std::string line = narrow(cmdLine), key = "-recordFile ";
     size_t at = line.find(key);
     at = at == std::string::npos ? line.size() : at + key.size();
-    {
-        std::lock_guard<std::mutex> guard(g_lock);
-        g_file = line.substr(at, line.find(' ', at) - at);
-    }
+    g_file = line.substr(at, line.find(' ', at) - at);
     record("init " + line);
 #ifdef RECORD_FAIL_INIT
     return 1;
@@ -104,7 +98,6 @@ VARDO_LOGPLUGIN_EXPORT int SetParam(const unsigned short* name, const unsigned s
     record("setparam " + n + " " + v);
     if (n != "level")
         return 1;
-    std::lock_guard<std::mutex> guard(g_lock);
     g_paramValue = v;
     return 0;
 }
@@ -113,7 +106,6 @@ VARDO_LOGPLUGIN_EXPORT int GetParam(const unsigned short* name, unsigned short**
 {
     std::string n = narrow(name);
     record("getparam " + n);
-    std::lock_guard<std::mutex> guard(g_lock);
     *value = n == "level" ? handOut(g_paramValue) : nullptr;
     return *value ? 0 : 1;
 }
