@@ -43,10 +43,6 @@ public:
     static bool SetParam(const char* l, const char* n, const char* v) { return SLogger::SetParam(W(l), W(n), W(v)); }
     static std::string GetParam(const char* l, const char* n) { return U8(SLogger::GetParam(W(l), W(n))); }
     static bool UnloadDLL(const char* n) { return SLogger::UnloadDLL(W(n)); }
-    static void LoadAll(const std::string& dir, const std::string& cmd)
-    {
-        SLogger::LoadAll(W(dir), CParamLineArgs(W(cmd)));
-    }
 };
 } // namespace Vardo400
 
@@ -104,23 +100,20 @@ protected:
     const fs::path& m_dir = m_tmp.path;
 };
 
-TEST_F(SLoggerTest, SilentBeforeFirstInitializeAndAfterLastTerminate)
+TEST_F(SLoggerTest, TwoInitializeCallsNeedTwoTerminateCallsAndThenAllIsSilent)
 {
-    for (int type = -1; type <= 4; ++type)
-        EXPECT_FALSE(SLogger::ShouldTrace(type, "a.cpp"));
-    EXPECT_FALSE(SLogger::Trace(0, W("x")));
-    EXPECT_FALSE(SLogger::ShouldAssert());
-    EXPECT_TRUE(SLogger::GetCmdLine().isEmpty());
-    EXPECT_FALSE(SLogger::Terminate());
-
-    // Two Initialize calls need two Terminate calls: the first false, the second true.
     ASSERT_TRUE(start("-trace"));
     ASSERT_TRUE(start("-reqTrace"));
     EXPECT_FALSE(SLogger::Terminate());
     EXPECT_TRUE(SLogger::ShouldTrace(0, "a.cpp"));
     EXPECT_TRUE(SLogger::Terminate());
+    for (int type = -1; type <= 4; ++type)
+        EXPECT_FALSE(SLogger::ShouldTrace(type, "a.cpp"));
     EXPECT_FALSE(ShouldTrace(0, "a.cpp"));
     EXPECT_FALSE(SLogger::Trace(0, W("dropped")));
+    EXPECT_FALSE(SLogger::ShouldAssert());
+    EXPECT_TRUE(SLogger::GetCmdLine().isEmpty());
+    EXPECT_FALSE(SLogger::Terminate());
     EXPECT_FALSE(SLogger::InterpretCmdPrompt(W("trace")));
 }
 
@@ -371,8 +364,6 @@ TEST_F(SLoggerTest, OptionsFromEnvironmentAndRegistry)
 {
     SEnv::set(W("NEBU_LOGGER_ENVIRONMENT"), W("-warningTrace -logFile env.log -loggingPath " + pathU8(m_dir)));
     ASSERT_TRUE(SLogger::Initialize());
-    EXPECT_TRUE(SLogger::ShouldTrace(2, "a.c"));
-    EXPECT_FALSE(SLogger::ShouldTrace(0, "a.c"));
     SLogger::Trace(2, W("from env"));
     EXPECT_TRUE(SLogger::Log(SLogger::logNormal, SLogger::catGeneral, 5, SIArray<SWCharString>()));
     EXPECT_EQ(1u, lines("env.wrn").size());
@@ -504,6 +495,10 @@ TEST_F(SLoggerTest, PluginsReceiveEveryMessageAndTerminate)
     EXPECT_NE(std::string::npos, cmd.find(" -level high")) << cmd;
     EXPECT_EQ(std::string::npos, cmd.find(" -unset")) << cmd;
     SLogger::Trace(0, W("reenter"));
+    // Plug-ins are kept under their library names, also when inactive.
+    EXPECT_TRUE(SLoggerAccess::UnloadDLL("log_xn_failinit"));
+    EXPECT_FALSE(SLoggerAccess::UnloadDLL("log_xn_failinit"));
+    EXPECT_FALSE(SLoggerAccess::UnloadDLL("log_xn_noexport"));
     vardo_test::terminateLogger();
 
     // First the inits of log_xn_record and log_xn_failinit (which records into the same
@@ -565,15 +560,6 @@ TEST_F(SLoggerTest, PluginLoaderRefusesIncompleteLibraries)
     EXPECT_FALSE(dll->GetLoadError().isEmpty());
     ASSERT_TRUE(dll->Load(W(dir + "/log_xn_record" + ext))) << U8(dll->GetLoadError());
     EXPECT_EQ(42, dll->GetVersion());
-
-    // Loaded by the logger: kept under its library name, even when inactive.
-    ASSERT_TRUE(start("-trace"));
-    SLoggerAccess::LoadAll(dir, "prog -recordFile " + pathU8(m_dir / "r.txt"));
-    EXPECT_EQ("initial", SLoggerAccess::GetParam("log_xn_failinit", "level"));
-    EXPECT_TRUE(SLoggerAccess::UnloadDLL("log_xn_failinit"));
-    EXPECT_FALSE(SLoggerAccess::UnloadDLL("log_xn_failinit"));
-    EXPECT_FALSE(SLoggerAccess::UnloadDLL("log_xn_noexport"));
-    EXPECT_TRUE(SLoggerAccess::UnloadDLL("log_xn_record"));
 }
 
 } // namespace

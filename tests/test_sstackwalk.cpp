@@ -103,12 +103,12 @@ TEST(SStackWalk, SkipLeavesOutFramesFromTheTop)
 
 #if defined(__linux__)
 namespace {
-SWCharString* g_pSignalWalk = nullptr;
-bool g_bSignalWalkOk = false;
+SWCharString g_signalWalk;
+bool g_signalWalkOk = false;
 
 void onSignal(int, siginfo_t*, void* context)
 {
-    g_bSignalWalkOk = SStackWalk::StackWalkAll(context, *g_pSignalWalk, 0);
+    g_signalWalkOk = SStackWalk::StackWalkAll(context, g_signalWalk, 0);
 }
 
 extern "C" __attribute__((noinline)) void VardoRaisingFunction()
@@ -125,16 +125,14 @@ TEST(SStackWalk, WalksTheContextOfASignal)
     // signal handler; the walk from a handler is for crash reports, not for this run.
     GTEST_SKIP() << "walking in a signal handler is not async-signal-safe";
 #endif
-    SWCharString out;
-    g_pSignalWalk = &out;
     struct sigaction sa = {}, old = {};
     sa.sa_sigaction = onSignal;
     sa.sa_flags = SA_SIGINFO;
     ASSERT_EQ(0, sigaction(SIGUSR1, &sa, &old));
     VardoRaisingFunction();
     sigaction(SIGUSR1, &old, nullptr);
-    ASSERT_TRUE(g_bSignalWalkOk);
-    std::string text = ascii(out);
+    ASSERT_TRUE(g_signalWalkOk);
+    std::string text = ascii(g_signalWalk);
     // The walk starts where the signal was raised, not in the handler.
     EXPECT_EQ(std::string::npos, text.find("onSignal")) << text;
     EXPECT_NE(std::string::npos, text.find("VardoRaisingFunction")) << text;

@@ -73,13 +73,11 @@ TEST(STrace, ParameterTexts)
 {
     EXPECT_TRUE(STraceParameter().IsEmpty());
     EXPECT_FALSE(STraceParameter("").IsEmpty());
-    EXPECT_EQ(STraceParameter(true).GetString(), W(u"true"));
-    EXPECT_EQ(STraceParameter(false).GetString(), W(u"false"));
-    EXPECT_EQ(STraceParameter(-42).GetString(), W(u"-42"));
-    EXPECT_EQ(STraceParameter(4294967295u).GetString(), W(u"4294967295"));
-    EXPECT_EQ(STraceParameter(-9223372036854775807LL - 1).GetString(), W(u"-9223372036854775808"));
-    EXPECT_EQ(STraceParameter(SWChar(0x20AC)).GetString(), W(u"€"));
-    EXPECT_EQ(STraceParameter(W(u"text")).GetString(), W(u"text"));
-    EXPECT_EQ(STraceParameter(SDateTime()).GetString(), W(u"invalid-date-time"));
+    const std::pair<STraceParameter, const char16_t*> cases[] = {
+        {true, u"true"}, {false, u"false"}, {-42, u"-42"}, {4294967295u, u"4294967295"},
+        {-9223372036854775807LL - 1, u"-9223372036854775808"}, {SWChar(0x20AC), u"€"},
+        {W(u"text"), u"text"}, {SDateTime(), u"invalid-date-time"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(W(c.second), c.first.GetString());
     EXPECT_EQ(STraceParameter(SDateTime::now()).GetString().getLength(), 22u);
 }
