@@ -51,7 +51,7 @@ protected:
 
 } // namespace
 
-TEST_F(SEventLogTest, DiskLinesCarryTimeTypeCategoryEventAndMessage)
+TEST_F(SEventLogTest, DiskLinesCarryTimeTypeCategoryEventAndMessageAndNamesHaveDefaults)
 {
     vardo_test::AssertCapture capture;
     DiskEventLog log(file("app.log"));
@@ -89,15 +89,12 @@ TEST_F(SEventLogTest, DiskLinesCarryTimeTypeCategoryEventAndMessage)
     got = readLines(m_dir / "app.log");
     ASSERT_EQ(1u, got.size());
     EXPECT_NE(std::string::npos, got[0].find("      fresh"));
-}
 
-TEST_F(SEventLogTest, NamesAndDefaults)
-{
-    DiskEventLog log(file("dir.x/name.ext"));
-    EXPECT_EQ(file("dir.x/name_7.ext"), log.getRotatedFileName(7));
-    // The directory must exist: the file is not opened and nothing is written.
-    EXPECT_FALSE(log.openLogFile(false));
-    EXPECT_TRUE(log.writeStrToLog(W("dropped")));
+    // Copies are numbered before the extension; the folder must exist, or nothing is written.
+    DiskEventLog nested(file("dir.x/name.ext"));
+    EXPECT_EQ(file("dir.x/name_7.ext"), nested.getRotatedFileName(7));
+    EXPECT_FALSE(nested.openLogFile(false));
+    EXPECT_TRUE(nested.writeStrToLog(W("dropped")));
     EXPECT_FALSE(fs::exists(m_dir / "dir.x"));
 
     DiskEventLog byDefault{SWCharString()};
@@ -154,42 +151,35 @@ TEST_F(SEventLogTest, RotationShiftsNumberedCopiesUpToTheFirstGapOrTheLimit)
 namespace {
 
 // A datagram socket standing in for the syslog daemon, bound in the test's folder; the
-// library's syslog sources are pointed at it (false in a build without the test hooks).
-class SyslogSink {
-public:
-    explicit SyslogSink(const std::string& path)
+// library's syslog sources are pointed at it (not in a build without the test hooks).
+struct SyslogSink {
+    explicit SyslogSink(const std::string& path) : fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
-        m_fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_un addr = {};
         addr.sun_family = AF_UNIX;
         std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path.c_str());
-        m_bound = m_fd >= 0 && ::bind(m_fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+        bound = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
         timeval tv = {5, 0};
-        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-        m_redirected = vardo_test::redirectSyslog(path.c_str());
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+        redirected = vardo_test::redirectSyslog(path.c_str());
     }
     ~SyslogSink()
     {
         vardo_test::redirectSyslog(nullptr);
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    std::string next()
-    {
-        char buf[65536];
-        ssize_t n = ::recv(m_fd, buf, sizeof buf, 0);
-        return n < 0 ? std::string("<nothing>") : std::string(buf, static_cast<size_t>(n));
+        ::close(fd);
     }
 
-    int m_fd = -1;
-    bool m_bound = false;
-    bool m_redirected = false;
+    int fd;
+    bool bound = false;
+    bool redirected = false;
 };
 
 // The next datagram is one syslog line of this process.
 void expectSyslog(SyslogSink& sink, int pri, const std::string& ident, const std::string& text)
 {
-    const std::string got = sink.next();
+    char buf[65536];
+    const ssize_t n = ::recv(sink.fd, buf, sizeof buf, 0);
+    const std::string got = n < 0 ? std::string("<nothing>") : std::string(buf, static_cast<size_t>(n));
     EXPECT_TRUE(std::regex_match(got, std::regex("^<" + std::to_string(pri) + R"(>[A-Z][a-z]{2} [ 1-3]\d \d\d:\d\d:\d\d )" +
                                                  ident + R"(\[)" + std::to_string(::getpid()) + R"(\]: )" + text + "$")))
         << got;
@@ -238,8 +228,8 @@ struct Plugin {
 TEST_F(SEventLogTest, SystemLogIsSyslogUnderTheSourceName)
 {
     SyslogSink sink(m_tmp.str("log.sock"));
-    ASSERT_TRUE(sink.m_bound);
-    if (!sink.m_redirected)
+    ASSERT_TRUE(sink.bound);
+    if (!sink.redirected)
         GTEST_SKIP() << "needs the library's test hooks";
     SEventLog log{SWCharString()};
     ASSERT_TRUE(log.openSource(SWCharString(), W("vardotest"), 42, 7));
@@ -271,8 +261,8 @@ TEST_F(SEventLogTest, SystemPluginSettingsAndSyslog)
     EXPECT_EQ("<failed>", p.param("bogus"));
     {
         SyslogSink sink(m_tmp.str("log.sock"));
-        ASSERT_TRUE(sink.m_bound);
-        if (!sink.m_redirected)
+        ASSERT_TRUE(sink.bound);
+        if (!sink.redirected)
             GTEST_SKIP() << "needs the library's test hooks";
         ASSERT_EQ(0, p.initialize(W("/opt/suite/myserver.bin -trace -numcategories 42").data()));
         EXPECT_EQ("myserver", p.param("source"));

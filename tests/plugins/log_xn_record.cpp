@@ -96,10 +96,9 @@ VARDO_LOGPLUGIN_EXPORT int SetParam(const unsigned short* name, const unsigned s
 {
     std::string n = narrow(name), v = narrow(value);
     record("setparam " + n + " " + v);
-    if (n != "level")
-        return 1;
-    g_paramValue = v;
-    return 0;
+    if (n == "level")
+        g_paramValue = v;
+    return n == "level" ? 0 : 1;
 }
 
 VARDO_LOGPLUGIN_EXPORT int GetParam(const unsigned short* name, unsigned short** value)
