@@ -2,8 +2,6 @@
 // lines to the same log files through the logger, with a maximum size small enough to
 // rotate the files many times. Every line must arrive exactly once, whole, and only the
 // main logs (current and rotated) may start with the header.
-#include <vardo/slogger.h>
-
 #include "child_process.h"
 #include "logger_files.h"
 #include "sfile_test_support.h"

@@ -65,10 +65,7 @@ VARDO_LOGPLUGIN_EXPORT int Initialize(const unsigned short* cmdLine)
 #endif
 }
 
-VARDO_LOGPLUGIN_EXPORT void Terminate()
-{
-    record("terminate outstanding=" + std::to_string(g_outstanding.load()));
-}
+VARDO_LOGPLUGIN_EXPORT void Terminate() { record("terminate outstanding=" + std::to_string(g_outstanding.load())); }
 
 VARDO_LOGPLUGIN_EXPORT int Trace(int type, const unsigned short* text)
 {
@@ -130,7 +127,4 @@ VARDO_LOGPLUGIN_EXPORT void FreeString(unsigned short* text)
     }
 }
 
-VARDO_LOGPLUGIN_EXPORT int GetDLLVersion()
-{
-    return 42;
-}
+VARDO_LOGPLUGIN_EXPORT int GetDLLVersion() { return 42; }
