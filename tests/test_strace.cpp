@@ -2,6 +2,7 @@
 #include <vardo/strace.h>
 #include <vardo/sdatetime.h>
 
+#include "text.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
@@ -9,24 +10,17 @@
 #include <string>
 
 using namespace Vardo400;
+using vardo_test::W;
 
 namespace {
-SWCharString W(const char16_t* s) { return SWCharString(reinterpret_cast<const unsigned short*>(s)); }
-
-struct Seen {
-    std::string file, expression;
-    int line = 0;
-    SWCharString message;
-    int count = 0;
-} g_seen;
+// The last assertion seen, as "file:line expression : message", and how many.
+std::string g_seen;
+int g_count = 0;
 
 void observe(const char* file, int line, const char* expression, const SWCharString& message)
 {
-    g_seen.file = file;
-    g_seen.line = line;
-    g_seen.expression = expression;
-    g_seen.message = message;
-    ++g_seen.count;
+    g_seen = std::string(file) + ":" + std::to_string(line) + " " + expression + " : " + vardo_test::U(message);
+    ++g_count;
 }
 } // namespace
 
@@ -44,22 +38,18 @@ TEST(STrace, AssertionsReachTheObserverAndReturn)
 {
     SetAssertObserver(observe);
     EXPECT_TRUE(ShouldAssert());
-    g_seen = Seen();
     SAssert("a.cpp", 12, "p != 0");
-    EXPECT_EQ(g_seen.expression, "p != 0");
-    EXPECT_EQ(g_seen.line, 12);
-    EXPECT_EQ(g_seen.message, W(u"no message"));
+    EXPECT_EQ("a.cpp:12 p != 0 : no message", g_seen);
     SAssert("a.cpp", 13, "q", "because");
-    EXPECT_EQ(g_seen.message, W(u"because"));
-    SAssert("a.cpp", 14, "r", reinterpret_cast<const unsigned short*>(u"wide ü"));
-    EXPECT_EQ(g_seen.message, W(u"wide ü"));
+    EXPECT_EQ("a.cpp:13 q : because", g_seen);
+    SAssert("a.cpp", 14, "r", vardo_test::units(u"wide ü"));
+    EXPECT_EQ("a.cpp:14 r : wide ü", g_seen);
     int value = 0;
     VARDO_ASSERT(value == 1);
-    EXPECT_EQ(g_seen.expression, "value == 1");
-    EXPECT_EQ(g_seen.file, "tests/test_strace.cpp"); // the build strips the source folder
-    EXPECT_EQ(g_seen.count, 4);
+    // The build strips the source folder from the file name.
+    EXPECT_EQ("tests/test_strace.cpp:" + std::to_string(__LINE__ - 2) + " value == 1 : no message", g_seen);
     VARDO_ASSERT(value == 0);
-    EXPECT_EQ(g_seen.count, 4);
+    EXPECT_EQ(4, g_count);
     EXPECT_EQ(SetAssertObserver(nullptr), &observe);
     EXPECT_FALSE(ShouldAssert());
 }
@@ -83,13 +73,11 @@ TEST(STrace, ParameterTexts)
 {
     EXPECT_TRUE(STraceParameter().IsEmpty());
     EXPECT_FALSE(STraceParameter("").IsEmpty());
-    EXPECT_EQ(STraceParameter(true).GetString(), W(u"true"));
-    EXPECT_EQ(STraceParameter(false).GetString(), W(u"false"));
-    EXPECT_EQ(STraceParameter(-42).GetString(), W(u"-42"));
-    EXPECT_EQ(STraceParameter(4294967295u).GetString(), W(u"4294967295"));
-    EXPECT_EQ(STraceParameter(-9223372036854775807LL - 1).GetString(), W(u"-9223372036854775808"));
-    EXPECT_EQ(STraceParameter(SWChar(0x20AC)).GetString(), W(u"€"));
-    EXPECT_EQ(STraceParameter(W(u"text")).GetString(), W(u"text"));
-    EXPECT_EQ(STraceParameter(SDateTime()).GetString(), W(u"invalid-date-time"));
+    const std::pair<STraceParameter, const char16_t*> cases[] = {
+        {true, u"true"}, {false, u"false"}, {-42, u"-42"}, {4294967295u, u"4294967295"},
+        {-9223372036854775807LL - 1, u"-9223372036854775808"}, {SWChar(0x20AC), u"€"},
+        {W(u"text"), u"text"}, {SDateTime(), u"invalid-date-time"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(W(c.second), c.first.GetString());
     EXPECT_EQ(STraceParameter(SDateTime::now()).GetString().getLength(), 22u);
 }

@@ -4,22 +4,19 @@
 //   log_xn_record     all nine exports
 //   log_xn_noexport   without "GetParamList" (the logger must refuse it)
 //   log_xn_failinit   "Initialize" returns 1 (kept, inactive)
-// Commands hidden in trace texts let a test provoke what real plug-ins might do:
-// "reenter" traces from inside the trace and records the result.
+// A trace text holding "reenter" makes it trace from inside the trace and record the result.
+// The logger calls a plug-in from one thread at a time, so the state needs no lock.
 #include <vardo/sloggerplugin.h>
 #include <vardo/slogger.h>
-#include <vardo/strace.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <mutex>
 #include <string>
 
 namespace {
 
-std::mutex g_lock;
 std::string g_file;
 std::string g_paramValue = "initial";
 std::atomic<int> g_outstanding{0};
@@ -28,9 +25,7 @@ std::atomic<int> g_outstanding{0};
 std::string narrow(const unsigned short* s)
 {
     std::string r;
-    if (!s)
-        return "(null)";
-    for (; *s; ++s)
+    for (; s && *s; ++s)
         r += *s < 128 ? static_cast<char>(*s) : '?';
     return r;
 }
@@ -38,47 +33,30 @@ std::string narrow(const unsigned short* s)
 unsigned short* handOut(const std::string& s)
 {
     unsigned short* p = static_cast<unsigned short*>(std::malloc((s.size() + 1) * 2));
-    if (!p)
-        return nullptr;
-    for (size_t i = 0; i < s.size(); ++i)
-        p[i] = static_cast<unsigned char>(s[i]);
-    p[s.size()] = 0;
-    ++g_outstanding;
+    if (p) {
+        std::copy(s.c_str(), s.c_str() + s.size() + 1, p);
+        ++g_outstanding;
+    }
     return p;
 }
 
 void record(const std::string& line)
 {
-    std::lock_guard<std::mutex> guard(g_lock);
-    if (g_file.empty())
-        return;
-    if (FILE* f = std::fopen(g_file.c_str(), "ab")) {
+    if (FILE* f = g_file.empty() ? nullptr : std::fopen(g_file.c_str(), "ab")) {
         std::fputs((line + "\n").c_str(), f);
         std::fclose(f);
     }
-}
-
-// The value of "-recordFile" in a command line (the path may not hold blanks).
-std::string option(const std::string& line, const char* name)
-{
-    std::string key = std::string("-") + name + " ";
-    size_t at = line.find(key);
-    if (at == std::string::npos)
-        return std::string();
-    at += key.size();
-    size_t end = line.find(' ', at);
-    return line.substr(at, end == std::string::npos ? std::string::npos : end - at);
 }
 
 } // namespace
 
 VARDO_LOGPLUGIN_EXPORT int Initialize(const unsigned short* cmdLine)
 {
-    std::string line = narrow(cmdLine);
-    {
-        std::lock_guard<std::mutex> guard(g_lock);
-        g_file = option(line, "recordFile");
-    }
+    // The value of "-recordFile" (the path holds no blanks).
+    const std::string line = narrow(cmdLine), key = "-recordFile ";
+    size_t at = line.find(key);
+    at = at == std::string::npos ? line.size() : at + key.size();
+    g_file = line.substr(at, line.find(' ', at) - at);
     record("init " + line);
 #ifdef RECORD_FAIL_INIT
     return 1;
@@ -87,18 +65,14 @@ VARDO_LOGPLUGIN_EXPORT int Initialize(const unsigned short* cmdLine)
 #endif
 }
 
-VARDO_LOGPLUGIN_EXPORT void Terminate()
-{
-    record("terminate outstanding=" + std::to_string(g_outstanding.load()));
-}
+VARDO_LOGPLUGIN_EXPORT void Terminate() { record("terminate outstanding=" + std::to_string(g_outstanding.load())); }
 
 VARDO_LOGPLUGIN_EXPORT int Trace(int type, const unsigned short* text)
 {
     std::string t = narrow(text);
     record("trace " + std::to_string(type) + " " + t);
     if (t.find("reenter") != std::string::npos) {
-        bool inner = Vardo400::SLogger::Trace(0, Vardo400::SWCharString(
-                                                     reinterpret_cast<const unsigned short*>(u"inner")));
+        bool inner = Vardo400::SLogger::Trace(0, Vardo400::SWCharString(reinterpret_cast<const unsigned short*>(u"inner")));
         record(std::string("reenter result=") + (inner ? "true" : "false"));
     }
     return 0;
@@ -119,36 +93,28 @@ VARDO_LOGPLUGIN_EXPORT int SetParam(const unsigned short* name, const unsigned s
 {
     std::string n = narrow(name), v = narrow(value);
     record("setparam " + n + " " + v);
-    if (n != "level")
-        return 1;
-    std::lock_guard<std::mutex> guard(g_lock);
-    g_paramValue = v;
-    return 0;
+    if (n == "level")
+        g_paramValue = v;
+    return n == "level" ? 0 : 1;
 }
 
 VARDO_LOGPLUGIN_EXPORT int GetParam(const unsigned short* name, unsigned short** value)
 {
     std::string n = narrow(name);
     record("getparam " + n);
-    if (n != "level") {
-        *value = nullptr;
-        return 1;
-    }
-    std::lock_guard<std::mutex> guard(g_lock);
-    *value = handOut(g_paramValue);
-    return 0;
+    *value = n == "level" ? handOut(g_paramValue) : nullptr;
+    return *value ? 0 : 1;
 }
 
 #ifndef RECORD_NO_GETPARAMLIST
-VARDO_LOGPLUGIN_EXPORT int GetParamList(unsigned short** names, unsigned int capacity,
-                                        unsigned int* count)
+VARDO_LOGPLUGIN_EXPORT int GetParamList(unsigned short** names, unsigned int capacity, unsigned int* count)
 {
     record("getparamlist");
-    *count = 0;
-    if (capacity >= 1)
-        names[(*count)++] = handOut("level");
-    if (capacity >= 2)
-        names[(*count)++] = handOut("unset");
+    const char* const list[] = {"level", "unset"};
+    unsigned int n = 0;
+    for (; n < 2 && n < capacity; ++n)
+        names[n] = handOut(list[n]);
+    *count = n;
     return 0;
 }
 #endif
@@ -161,7 +127,4 @@ VARDO_LOGPLUGIN_EXPORT void FreeString(unsigned short* text)
     }
 }
 
-VARDO_LOGPLUGIN_EXPORT int GetDLLVersion()
-{
-    return 42;
-}
+VARDO_LOGPLUGIN_EXPORT int GetDLLVersion() { return 42; }

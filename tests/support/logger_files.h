@@ -1,34 +1,61 @@
-// Helpers for the logger's tests: a scratch folder per test, the logger brought down
-// after each test, and log files read back as lines.
+// Helpers for the logger's tests: log files read back as lines, the logger brought up
+// and down.
 #ifndef VARDO_TEST_LOGGER_FILES_H
 #define VARDO_TEST_LOGGER_FILES_H
 
-#include <vardo/sstring.h>
+#include <vardo/slogger.h>
 
 #include "text.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 namespace vardo_test {
 
-// UTF-8 as text and back (text.h); U8 is U under the name these tests use.
-inline std::string U8(const Vardo400::SWCharString& s) { return U(s); }
-std::string pathU8(const std::filesystem::path& p);
+inline std::string pathU8(const std::filesystem::path& p)
+{
+    auto s = p.u8string();
+    return std::string(s.begin(), s.end());
+}
 
-// A new empty folder below the system's temporary folder.
-std::filesystem::path makeScratchDir(const std::string& prefix);
-// The whole file, or "" when it cannot be read.
-std::string readFile(const std::filesystem::path& p);
 // The file cut at "\n"; each line keeps its "\r". A last piece without "\n" is kept too.
-std::vector<std::string> readLines(const std::filesystem::path& p);
+inline std::vector<std::string> readLines(const std::filesystem::path& p)
+{
+    std::ifstream in(p, std::ios::binary);
+    std::vector<std::string> lines;
+    for (std::string l; std::getline(in, l);)
+        lines.push_back(l);
+    return lines;
+}
+
 // Names (no folder) of the folder's regular files, sorted.
-std::vector<std::string> listFiles(const std::filesystem::path& dir);
+inline std::vector<std::string> listFiles(const std::filesystem::path& dir)
+{
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (std::filesystem::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
+        if (it->is_regular_file())
+            names.push_back(pathU8(it->path().filename()));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 // Calls SLogger::Terminate until the logger is gone.
-void terminateLogger();
+inline void terminateLogger()
+{
+    for (int i = 0; i < 1000; ++i)
+        if (Vardo400::SLogger::Terminate() || Vardo400::SLogger::GetCmdLine().isEmpty())
+            break;
+}
+
 // Initializes the logger with the command line (UTF-8); false when Initialize failed.
-bool initLogger(const std::string& cmdLine, bool reload = false);
+inline bool initLogger(const std::string& cmdLine, bool reload = false)
+{
+    return Vardo400::SLogger::Initialize(Vardo400::CParamLineArgs(W(cmdLine)), reload);
+}
 
 } // namespace vardo_test
 
