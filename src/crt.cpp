@@ -17,13 +17,13 @@
 #include <emmintrin.h>
 #endif
 
-// AddressSanitizer would rightly flag the block scan's reads past the terminator (they
-// stay inside the terminator's aligned block, which is harmless but not the string's), so
-// that build keeps the plain loop and its exact bounds checking.
-#if defined(__SANITIZE_ADDRESS__)
+// The sanitizers would rightly flag the block scan's reads past the terminator (they stay
+// inside the terminator's aligned block, which is harmless but not the string's), so their
+// builds keep the plain loop and its exact bounds checking.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define VARDO_BLOCK_SCAN 0
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
 #define VARDO_BLOCK_SCAN 0
 #endif
 #endif
