@@ -24,8 +24,15 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override
     {
         for (const Run& r : runs)
-            if (r.run_type == Run::RT_Iteration && !r.error_occurred)
+            if (r.run_type == Run::RT_Iteration && !r.error_occurred) {
+                // Also keyed by name and arguments alone, so that a benchmark given a
+                // longer minimum time still pairs by its plain name.
+                std::string name = r.run_name.function_name;
+                if (!r.run_name.args.empty())
+                    name += "/" + r.run_name.args;
+                times[name] = r.GetAdjustedCPUTime();
                 times[r.benchmark_name()] = r.GetAdjustedCPUTime();
+            }
         ConsoleReporter::ReportRuns(runs);
     }
 };
