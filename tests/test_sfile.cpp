@@ -7,6 +7,7 @@
 #include "sfile_test_support.h"
 #include "t2io_files.h"
 #include "text.h"
+#include "thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -28,17 +29,10 @@ namespace {
 
 const auto& U8 = vardo_test::U;
 
-// The SFileException that call throws; a test failure when it throws none.
 template <class F>
 E thrown(F&& call)
 {
-    try {
-        call();
-    } catch (const E& e) {
-        return e;
-    }
-    ADD_FAILURE() << "no SFileException";
-    return E();
+    return vardo_test::thrownBy<E>(call, "SFileException");
 }
 
 std::string text(const E& e) { return U8(e.toString()); }

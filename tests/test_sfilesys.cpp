@@ -9,6 +9,7 @@
 #include "sfile_test_support.h"
 #include "t2io_files.h"
 #include "text.h"
+#include "thrown.h"
 #include "vardo_gtest.h"
 
 #include <gtest/gtest.h>
@@ -48,13 +49,7 @@ std::string readFile(const SWCharString& path)
 template <class F>
 X caught(F f)
 {
-    try {
-        f();
-    } catch (const X& e) {
-        return e;
-    }
-    ADD_FAILURE() << "no SFileSysException";
-    return X();
+    return vardo_test::thrownBy<X>(f, "SFileSysException");
 }
 
 // The failure of f, checked for its code and reason class, for further checks.
