@@ -10,11 +10,11 @@
 // the same options; the text form parses back to the same options wherever quoting can
 // carry them (no tab, carriage return or line feed in the texts, no blank in a name, no
 // name made of dashes only).
+#include "fuzz_check.h"
 #include "vardo/cparamlineargs.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <vector>
 
 using namespace Vardo400;
@@ -27,12 +27,6 @@ struct Option {
     SWCharString name;
     SWCharString value;
 };
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 SWCharString text(const Units& u)
 {
@@ -78,16 +72,16 @@ std::vector<Option> options(const CParamLineArgs& a)
 {
     SIArray<SWCharString> args;
     a.GetArgs(args);
-    check(!args.empty());
-    check(same(args[0], a.GetProgramName()));
+    FUZZ_CHECK(!args.empty());
+    FUZZ_CHECK(same(args[0], a.GetProgramName()));
     std::vector<Option> r;
     for (size_t i = 1; i < args.size(); ++i) {
-        check(beginsWith(args[i], '-'));
+        FUZZ_CHECK(beginsWith(args[i], '-'));
         Option o;
         o.name = args[i].mid(1);
         if (i + 1 < args.size() && !beginsWith(args[i + 1], '-')) {
             o.value = args[i + 1];
-            check(!o.value.isEmpty());
+            FUZZ_CHECK(!o.value.isEmpty());
             ++i;
         }
         r.push_back(o);
@@ -109,24 +103,24 @@ void checkInvariants(const CParamLineArgs& a, bool fromText)
 {
     std::vector<Option> opts = options(a);
     for (size_t i = 0; i < opts.size(); ++i) {
-        check(!opts[i].name.isEmpty());
+        FUZZ_CHECK(!opts[i].name.isEmpty());
         SWCharString v;
-        check(a.Lookup(opts[i].name, v));
-        check(same(v, opts[i].value));
+        FUZZ_CHECK(a.Lookup(opts[i].name, v));
+        FUZZ_CHECK(same(v, opts[i].value));
         for (size_t j = i + 1; j < opts.size(); ++j)
-            check(SWCharStringCI(opts[i].name) != opts[j].name);
+            FUZZ_CHECK(SWCharStringCI(opts[i].name) != opts[j].name);
     }
 
     // GetArgsWithQuote differs from GetArgs only by added quotes.
     SIArray<SWCharString> plain, quoted;
     a.GetArgs(plain);
     a.GetArgsWithQuote(quoted);
-    check(plain.size() == quoted.size());
+    FUZZ_CHECK(plain.size() == quoted.size());
 
     // Copies are equal.
     CParamLineArgs copy(a);
-    check(same(copy.GetProgramName(), a.GetProgramName()));
-    check(sameOptions(options(copy), opts));
+    FUZZ_CHECK(same(copy.GetProgramName(), a.GetProgramName()));
+    FUZZ_CHECK(sameOptions(options(copy), opts));
 
     bool dashNames = false;
     for (const Option& o : opts)
@@ -139,8 +133,8 @@ void checkInvariants(const CParamLineArgs& a, bool fromText)
             argv.push_back(s.data());
         argv.push_back(nullptr);
         CParamLineArgs back(static_cast<int>(plain.size()), argv.data());
-        check(same(back.GetProgramName(), a.GetProgramName()));
-        check(sameOptions(options(back), opts));
+        FUZZ_CHECK(same(back.GetProgramName(), a.GetProgramName()));
+        FUZZ_CHECK(sameOptions(options(back), opts));
     }
 
     // The text form parses back where quoting can carry the texts.
@@ -154,8 +148,8 @@ void checkInvariants(const CParamLineArgs& a, bool fromText)
     if (contains(a.GetProgramName(), '"'))
         return;
     CParamLineArgs again(a.GetCmdLine());
-    check(same(again.GetProgramName(), a.GetProgramName()));
-    check(sameOptions(options(again), opts));
+    FUZZ_CHECK(same(again.GetProgramName(), a.GetProgramName()));
+    FUZZ_CHECK(sameOptions(options(again), opts));
 }
 
 } // namespace
@@ -217,6 +211,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // Parsing the same text again into the same object gives the same options.
     CParamLineArgs b(a);
     b.SetArgs(line);
-    check(sameOptions(options(a), options(b)));
+    FUZZ_CHECK(sameOptions(options(a), options(b)));
     return 0;
 }

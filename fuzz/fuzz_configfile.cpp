@@ -5,11 +5,11 @@
 // names in file order, keys of every section and every value as the model has them
 // (bodies cut at "\n[", a line without "=" ends a section, the duplicate-key rule, the
 // last same-named section deciding).
+#include "fuzz_check.h"
 #include "vardo/configfilereader.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,12 +24,6 @@ struct Section {
     U name;
     std::map<U, U> values;
 };
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 U trim(const U& s)
 {
@@ -113,16 +107,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     ConfigFileReader reader;
     bool ok = reader.initializeFromText(S(text));
-    check(ok == !text.empty());
+    FUZZ_CHECK(ok == !text.empty());
     if (!ok)
         return 0;
 
     std::vector<Section> model = parseModel(text);
     SIArray<SWCharString> names;
-    check(reader.getSections(names));
-    check(names.size() == model.size());
+    FUZZ_CHECK(reader.getSections(names));
+    FUZZ_CHECK(names.size() == model.size());
     for (size_t i = 0; i < model.size(); ++i)
-        check(same(names[i], model[i].name));
+        FUZZ_CHECK(same(names[i], model[i].name));
 
     const SWCharString none(SWCharString::Char(static_cast<unsigned short>(1)));
     for (size_t i = 0; i < model.size(); ++i) {
@@ -132,23 +126,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             if (model[j].name == model[i].name)
                 last = &model[j];
         SIArray<SWCharString> keys;
-        check(reader.enumerateSection(S(model[i].name), keys));
-        check(keys.size() == last->values.size());
+        FUZZ_CHECK(reader.enumerateSection(S(model[i].name), keys));
+        FUZZ_CHECK(keys.size() == last->values.size());
         size_t k = 0;
         for (const auto& kv : last->values) {
-            check(same(keys[k++], kv.first));
-            check(same(reader.getValue(S(model[i].name), S(kv.first), none), kv.second));
+            FUZZ_CHECK(same(keys[k++], kv.first));
+            FUZZ_CHECK(same(reader.getValue(S(model[i].name), S(kv.first), none), kv.second));
         }
         // A key of an earlier same-named section that the last one lacks gives the default.
         for (const auto& kv : model[i].values)
             if (!last->values.count(kv.first))
-                check(reader.getValue(S(model[i].name), S(kv.first), none) == none);
+                FUZZ_CHECK(reader.getValue(S(model[i].name), S(kv.first), none) == none);
     }
 
     // Copies answer alike.
     ConfigFileReader copy(reader);
     SIArray<SWCharString> copyNames;
-    check(copy.getSections(copyNames));
-    check(copyNames.size() == names.size());
+    FUZZ_CHECK(copy.getSections(copyNames));
+    FUZZ_CHECK(copyNames.size() == names.size());
     return 0;
 }

@@ -7,6 +7,7 @@
 // then the same bytes; a failure leaves no result; the simple-buffer form agrees.
 // First byte odd: the second and third bytes pick the level (-1..9) and memory level
 // (1..9), the rest is data to compress; it must compress and come back unchanged.
+#include "fuzz_check.h"
 #include "vardo/scompress.h"
 #include "vardo/simplebuffer.h"
 
@@ -14,19 +15,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 using namespace Vardo400;
 
 namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 // What one zlib stream at data inflates to; false when it is not exactly one complete
 // stream. Stops (false) once the output passes limit.
@@ -62,26 +56,26 @@ void fuzzDecompress(const uint8_t* data, size_t size)
     SCompression::ErrCode rc = SCompression::decompress_buffer(size ? data : nullptr,
                                                                static_cast<unsigned long>(size), &result, length);
     if (size < 4) {
-        check(rc == SCompression::invalidArguments && !result && length == 0);
+        FUZZ_CHECK(rc == SCompression::invalidArguments && !result && length == 0);
         return;
     }
     const uint32_t claimed = (uint32_t(data[0]) << 24) | (uint32_t(data[1]) << 16) | (uint32_t(data[2]) << 8) | data[3];
     std::vector<unsigned char> expected;
     const bool valid = model(data + 4, size - 4, claimed, expected) && expected.size() == claimed;
     if (valid) {
-        check(rc == SCompression::success);
-        check(result != nullptr && length == claimed);
-        check(length == 0 || std::memcmp(result, expected.data(), length) == 0);
+        FUZZ_CHECK(rc == SCompression::success);
+        FUZZ_CHECK(result != nullptr && length == claimed);
+        FUZZ_CHECK(length == 0 || std::memcmp(result, expected.data(), length) == 0);
     } else {
-        check(rc == SCompression::bufferTooSmall || rc == SCompression::zlibError);
-        check(result == nullptr && length == 0);
+        FUZZ_CHECK(rc == SCompression::bufferTooSmall || rc == SCompression::zlibError);
+        FUZZ_CHECK(result == nullptr && length == 0);
     }
     SSimpleBuffer in(data, size), out("keep", 4);
-    check(SCompression::decompress_buffer(in, out) == rc);
+    FUZZ_CHECK(SCompression::decompress_buffer(in, out) == rc);
     if (rc == SCompression::success)
-        check(out.size() == length && (length == 0 || std::memcmp(out.data(), result, length) == 0));
+        FUZZ_CHECK(out.size() == length && (length == 0 || std::memcmp(out.data(), result, length) == 0));
     else
-        check(out == SSimpleBuffer("keep", 4));
+        FUZZ_CHECK(out == SSimpleBuffer("keep", 4));
     SCompression::free_buffer(result);
 }
 
@@ -98,16 +92,16 @@ void fuzzRoundTrip(const uint8_t* data, size_t size)
     SCompression::ErrCode rc = SCompression::compress_buffer(size ? data : nullptr, static_cast<unsigned long>(size),
                                                              &packed, packedLength, level, memLevel);
     if (size == 0) {
-        check(rc == SCompression::invalidArguments && !packed);
+        FUZZ_CHECK(rc == SCompression::invalidArguments && !packed);
         return;
     }
-    check(rc == SCompression::success && packedLength >= 4 + 8);
-    check(packed[0] == ((size >> 24) & 0xFF) && packed[1] == ((size >> 16) & 0xFF) &&
+    FUZZ_CHECK(rc == SCompression::success && packedLength >= 4 + 8);
+    FUZZ_CHECK(packed[0] == ((size >> 24) & 0xFF) && packed[1] == ((size >> 16) & 0xFF) &&
           packed[2] == ((size >> 8) & 0xFF) && packed[3] == (size & 0xFF));
     unsigned char* back = nullptr;
     unsigned long backLength = 0;
-    check(SCompression::decompress_buffer(packed, packedLength, &back, backLength) == SCompression::success);
-    check(backLength == size && std::memcmp(back, data, size) == 0);
+    FUZZ_CHECK(SCompression::decompress_buffer(packed, packedLength, &back, backLength) == SCompression::success);
+    FUZZ_CHECK(backLength == size && std::memcmp(back, data, size) == 0);
     SCompression::free_buffer(back);
     SCompression::free_buffer(packed);
 }

@@ -4,6 +4,7 @@
 // ignored, as gzip does. A file that does not start with a member (also an empty file)
 // is refused. Checked: no crash or leak; success exactly when the model accepts the file,
 // with the same output; on failure no target file is left behind and the source stays.
+#include "fuzz_check.h"
 #include "vardo/scompress.h"
 
 #include <zlib.h>
@@ -21,12 +22,6 @@
 using namespace Vardo400;
 
 namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 const size_t kLimit = 64u << 20;
 
@@ -77,7 +72,7 @@ const std::string& dir()
             if (fs::create_directory(p))
                 g_dir = p.string();
         }
-        check(!g_dir.empty());
+        FUZZ_CHECK(!g_dir.empty());
         std::atexit([] {
             std::error_code ec;
             std::filesystem::remove_all(g_dir, ec);
@@ -112,9 +107,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     const std::string in = dir() + "/in.gz", out = dir() + "/out";
     FILE* f = std::fopen(in.c_str(), "wb");
-    check(f != nullptr);
-    check(size == 0 || std::fwrite(data, 1, size, f) == size);
-    check(std::fclose(f) == 0);
+    FUZZ_CHECK(f != nullptr);
+    FUZZ_CHECK(size == 0 || std::fwrite(data, 1, size, f) == size);
+    FUZZ_CHECK(std::fclose(f) == 0);
     std::remove(out.c_str());
 
     SWCharString target;
@@ -123,14 +118,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     bool exists = false;
     const std::vector<unsigned char> got = readAll(out, exists);
     if (valid) {
-        check(rc == SCompression::success);
-        check(exists && got == expected);
+        FUZZ_CHECK(rc == SCompression::success);
+        FUZZ_CHECK(exists && got == expected);
     } else {
-        check(rc == SCompression::zlibError);
-        check(!exists);
+        FUZZ_CHECK(rc == SCompression::zlibError);
+        FUZZ_CHECK(!exists);
     }
     bool sourceKept = false;
     readAll(in, sourceKept);
-    check(sourceKept);
+    FUZZ_CHECK(sourceKept);
     return 0;
 }

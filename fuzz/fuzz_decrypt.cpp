@@ -9,6 +9,7 @@
 // as hexadecimal text, through the text form). Odd: byte 1 picks one of the valid
 // buffers made at start-up (plaintexts of 0 to 40 bytes, versions 1 and 0); the rest are
 // edits of 3 bytes each: operation, position, value (xor, set, truncate, append).
+#include "fuzz_check.h"
 #include "vardo/scrypt.h"
 
 #include <cstdint>
@@ -16,12 +17,6 @@
 #include <vector>
 
 using namespace Vardo400;
-
-#define CHECK(x)                                                                          \
-    do {                                                                                  \
-        if (!(x))                                                                         \
-            __builtin_trap();                                                             \
-    } while (0)
 
 namespace {
 
@@ -40,14 +35,14 @@ struct Fixture {
     Fixture()
     {
         const unsigned short pass[] = {'f', 'u', 'z', 'z', ' ', 'k', 'e', 'y', 0};
-        CHECK(crypt.isInitialized());
-        CHECK(crypt.makeKey(SWCharString(pass), key) == SCrypt::success);
+        FUZZ_CHECK(crypt.isInitialized());
+        FUZZ_CHECK(crypt.makeKey(SWCharString(pass), key) == SCrypt::success);
         for (unsigned n = 0; n <= 40; ++n) {
             Valid v;
             for (unsigned i = 0; i < n; ++i)
                 v.plain.push_back(static_cast<unsigned char>(i * 37 + n));
             SSimpleBuffer enc;
-            CHECK(crypt.encrypt(SSimpleBuffer(v.plain.data(), v.plain.size()), key, enc) == SCrypt::success);
+            FUZZ_CHECK(crypt.encrypt(SSimpleBuffer(v.plain.data(), v.plain.size()), key, enc) == SCrypt::success);
             v.encrypted.assign(enc.data(), enc.data() + enc.size());
             valid.push_back(v);
             // The same buffer as version 0: without its marker.
@@ -84,21 +79,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (st == SCrypt::success) {
             // Only a real buffer (such as a seed) decrypts: its digest must hold.
             int v = SCrypt::getHeaderVersion(b.data(), static_cast<uint32_t>(b.size()));
-            CHECK(v == 0 || v == 1);
+            FUZZ_CHECK(v == 0 || v == 1);
             const unsigned char* salt = b.data() + (v == 1 ? 4 : 0);
             unsigned char d[20];
-            CHECK(f.crypt.makeDigest(out.data(), static_cast<uint32_t>(out.size()), salt, d) == SCrypt::success);
-            CHECK(std::memcmp(d, salt + 8, 20) == 0);
+            FUZZ_CHECK(f.crypt.makeDigest(out.data(), static_cast<uint32_t>(out.size()), salt, d) == SCrypt::success);
+            FUZZ_CHECK(std::memcmp(d, salt + 8, 20) == 0);
         } else {
-            CHECK(st == SCrypt::invalidBuffer || st == SCrypt::digestMismatch);
-            CHECK(out.isEmpty());
+            FUZZ_CHECK(st == SCrypt::invalidBuffer || st == SCrypt::digestMismatch);
+            FUZZ_CHECK(out.isEmpty());
         }
         SCrypt::ByteStr bs(b.empty() ? nullptr : b.data(), static_cast<uint32_t>(b.size()));
         SWCharString text;
         SCrypt::Status st2 = f.crypt.decrypt(SCrypt::toText(bs), f.key, text);
-        CHECK(st2 == st);
+        FUZZ_CHECK(st2 == st);
         if (st != SCrypt::success)
-            CHECK(text.isEmpty());
+            FUZZ_CHECK(text.isEmpty());
         return 0;
     }
     if (size < 2)
@@ -119,12 +114,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     SSimpleBuffer out;
     SCrypt::Status st = decrypt(b, out);
     if (b == base.encrypted) {
-        CHECK(st == SCrypt::success);
-        CHECK(out.size() == base.plain.size());
-        CHECK(out.size() == 0 || std::memcmp(out.data(), base.plain.data(), out.size()) == 0);
+        FUZZ_CHECK(st == SCrypt::success);
+        FUZZ_CHECK(out.size() == base.plain.size());
+        FUZZ_CHECK(out.size() == 0 || std::memcmp(out.data(), base.plain.data(), out.size()) == 0);
     } else {
-        CHECK(st == SCrypt::invalidBuffer || st == SCrypt::digestMismatch);
-        CHECK(out.isEmpty());
+        FUZZ_CHECK(st == SCrypt::invalidBuffer || st == SCrypt::digestMismatch);
+        FUZZ_CHECK(out.isEmpty());
     }
     return 0;
 }

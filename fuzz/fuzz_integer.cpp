@@ -10,6 +10,7 @@
 // characters, exactly as many as it returns, and (up to radix 16) parses back to the same
 // value;
 // NeutralString::ToNumber agrees with the template in radix 10.
+#include "fuzz_check.h"
 #include "vardo/neutralstr.h"
 
 #include <cstddef>
@@ -23,12 +24,6 @@
 using namespace Vardo400;
 
 namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 // The reference: the digit rules written out plainly, the range test on an exact
 // (saturating) magnitude. Returns false on failure.
@@ -117,7 +112,7 @@ void run(const unsigned char* data, size_t size, bool iteratorForm, int radix, b
         T wideValue = static_cast<T>(1);
         const bool wideOk = StringConvToInteger(exactWide, wideValue, (unsigned short)0, max,
                                                 maxDivRadix, radix, negativeAllowed);
-        check(wideOk == ok && wideValue == value);
+        FUZZ_CHECK(wideOk == ok && wideValue == value);
     }
 
     bool negative;
@@ -125,34 +120,34 @@ void run(const unsigned char* data, size_t size, bool iteratorForm, int radix, b
     const bool expected = reference(reinterpret_cast<const unsigned char*>(text.data()), size,
                                     iteratorForm, radix, static_cast<unsigned long long>(max),
                                     negativeAllowed, negative, magnitude);
-    check(ok == expected);
+    FUZZ_CHECK(ok == expected);
     if (!ok) {
-        check(value == static_cast<T>(0));
+        FUZZ_CHECK(value == static_cast<T>(0));
         return;
     }
     typedef typename std::make_unsigned<T>::type U;
     const U bits = negative ? static_cast<U>(0 - static_cast<U>(magnitude)) : static_cast<U>(magnitude);
-    check(static_cast<U>(value) == bits);
+    FUZZ_CHECK(static_cast<U>(value) == bits);
 
     // Formatting and reading back in the same radix.
     char buf[72];
     std::memset(buf, 'z', sizeof buf);
     const long n = StringConvFromInteger(buf, value, radix);
-    check(n >= 1 && n <= 65 && static_cast<long>(std::strlen(buf)) == n);
+    FUZZ_CHECK(n >= 1 && n <= 65 && static_cast<long>(std::strlen(buf)) == n);
     // Above radix 17 the distance rule reads upper-case letters as their distance from '0'
     // (A is 17), so only smaller radixes read the formatter's letters back.
     if (radix <= 17 && (radix == 10 || value >= 0)) {
         SAnsiString back(buf);
         T again = static_cast<T>(1);
         const T typeMax = std::numeric_limits<T>::max();
-        check(StringConvToInteger(back, again, 'a', typeMax, static_cast<T>(typeMax / radix), radix,
+        FUZZ_CHECK(StringConvToInteger(back, again, 'a', typeMax, static_cast<T>(typeMax / radix), radix,
                                   std::is_signed<T>::value));
-        check(again == value);
+        FUZZ_CHECK(again == value);
     }
     unsigned short wbuf[72];
-    check(StringConvFromInteger(wbuf, value, radix) == n);
+    FUZZ_CHECK(StringConvFromInteger(wbuf, value, radix) == n);
     for (long k = 0; k <= n; ++k)
-        check(wbuf[k] == static_cast<unsigned char>(buf[k]));
+        FUZZ_CHECK(wbuf[k] == static_cast<unsigned char>(buf[k]));
 }
 
 template <class T>
@@ -197,15 +192,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const bool okA = NeutralString::ToNumber(wide, a);
         const bool okB = StringConvToInteger(wide, b, (unsigned short)0, std::numeric_limits<long long>::max(),
                                              std::numeric_limits<long long>::max() / 10, 10, true);
-        check(okA == okB && a == b);
+        FUZZ_CHECK(okA == okB && a == b);
         if (okA) {
             long long c = 1;
-            check(NeutralString::ToNumber(NeutralString::FromNumber(a), c) && c == a);
+            FUZZ_CHECK(NeutralString::ToNumber(NeutralString::FromNumber(a), c) && c == a);
         }
         unsigned int u = 1;
         if (NeutralString::ToNumber(wide, u)) {
             unsigned int v = 1;
-            check(NeutralString::ToNumber(NeutralString::FromNumber(u), v) && v == u);
+            FUZZ_CHECK(NeutralString::ToNumber(NeutralString::FromNumber(u), v) && v == u);
         }
         break;
     }

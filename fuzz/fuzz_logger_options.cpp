@@ -13,6 +13,7 @@
 // command line again when a new logger is started from it (the importance may differ:
 // the size word of "trace" is handed on only for importance 2 to 5); everything is
 // silent after the last Terminate.
+#include "fuzz_check.h"
 #include "vardo/cparamlineargs.h"
 #include "vardo/senv.h"
 #include "vardo/slogger.h"
@@ -20,7 +21,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -30,12 +30,6 @@ using namespace Vardo400;
 namespace fs = std::filesystem;
 
 namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 SWCharString ascii(const std::string& s)
 {
@@ -99,35 +93,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     args.Lookup(ascii("maxLogFileSize"), rawSize);
     pin(args);
 
-    check(SLogger::Initialize(args, false));
+    FUZZ_CHECK(SLogger::Initialize(args, false));
     const int importance = SLogger::TraceLogImportance();
-    check(importance >= 0 && importance <= 7);
-    check(!ShouldTrace(4, "a.cpp") && !ShouldTrace(-1, "a.cpp"));
-    check(!SLogger::Trace(4, ascii("bad type")));
+    FUZZ_CHECK(importance >= 0 && importance <= 7);
+    FUZZ_CHECK(!ShouldTrace(4, "a.cpp") && !ShouldTrace(-1, "a.cpp"));
+    FUZZ_CHECK(!SLogger::Trace(4, ascii("bad type")));
     ShouldTrace(0, "dir/a.cpp");
     SLogger::Trace(0, options);
     SLogger::Trace(1, options);
 
     const SWCharString line = SLogger::GetCmdLine();
-    check(!line.isEmpty());
-    check(SLogger::Terminate());
-    check(SLogger::GetCmdLine().isEmpty());
+    FUZZ_CHECK(!line.isEmpty());
+    FUZZ_CHECK(SLogger::Terminate());
+    FUZZ_CHECK(SLogger::GetCmdLine().isEmpty());
 
     // A filter whose first entry (in order) begins with a dash cannot be handed on: the
     // command line syntax reads a value that begins with a dash as the next option.
     const bool dashValue = !line.find(ascii("-fileLogFilter -")).isAtEnd();
     if (plain(line) && !dashValue) {
         CParamLineArgs again(ascii("quorvane") + line);
-        check(SLogger::Initialize(again, false));
-        check(SLogger::GetCmdLine() == line);
-        check(SLogger::Terminate());
+        FUZZ_CHECK(SLogger::Initialize(again, false));
+        FUZZ_CHECK(SLogger::GetCmdLine() == line);
+        FUZZ_CHECK(SLogger::Terminate());
     }
-    check(!ShouldTrace(0, "a.cpp") && !SLogger::ShouldAssert());
+    FUZZ_CHECK(!ShouldTrace(0, "a.cpp") && !SLogger::ShouldAssert());
 
     CSmartRefCountPtr<InternalLogger> logger(new InternalLogger());
     if (logger->SetParam(ascii("maxLogFileSize"), rawSize)) {
         SWCharString back;
-        check(logger->GetParam(ascii("maxLogFileSize"), back));
+        FUZZ_CHECK(logger->GetParam(ascii("maxLogFileSize"), back));
     }
     return 0;
 }

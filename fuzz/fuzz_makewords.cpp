@@ -8,11 +8,11 @@
 // that follows the documented steps on a working copy (cut after every word); the word
 // count and total word length stay within the text's length; with kept separators and
 // no quotes the words rejoin to the text; the trims equal their reference.
+#include "fuzz_check.h"
 #include "vardo/sstringhelper.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -21,12 +21,6 @@ using namespace Vardo400;
 namespace {
 
 typedef std::u16string Units;
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 SWCharString toString(const Units& u)
 {
@@ -118,23 +112,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     } else {
         SStringHelper::makeWords(textString, words, toString(separators), quotes, keep);
     }
-    check(toUnits(textString) == text);
+    FUZZ_CHECK(toUnits(textString) == text);
 
     const std::vector<Units> expected = reference(text, separators, quotes, keep);
-    check(words.size() == expected.size());
+    FUZZ_CHECK(words.size() == expected.size());
     size_t total = 0;
     Units joined;
     for (size_t i = 0; i < words.size(); ++i) {
         const Units w = toUnits(words[i]);
-        check(w == expected[i]);
+        FUZZ_CHECK(w == expected[i]);
         total += w.size();
         joined += w;
         if (!quotes)
-            check(!w.empty());
+            FUZZ_CHECK(!w.empty());
     }
-    check(words.size() <= text.size() && total <= text.size());
+    FUZZ_CHECK(words.size() <= text.size() && total <= text.size());
     if (keep && !quotes)
-        check(joined == text);
+        FUZZ_CHECK(joined == text);
 
     // The trims against their reference.
     size_t lead = 0, trail = 0;
@@ -144,15 +138,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         ++trail;
     SWCharString t = textString;
     SStringHelper::trimLeft(t, toString(separators));
-    check(toUnits(t) == text.substr(lead));
+    FUZZ_CHECK(toUnits(t) == text.substr(lead));
     t = textString;
     SStringHelper::trimRight(t, toString(separators));
     size_t rtrail = 0;
     while (rtrail < text.size() && inSet(text[text.size() - 1 - rtrail], separators))
         ++rtrail;
-    check(toUnits(t) == text.substr(0, text.size() - rtrail));
+    FUZZ_CHECK(toUnits(t) == text.substr(0, text.size() - rtrail));
     t = textString;
     SStringHelper::trim(t, toString(separators));
-    check(toUnits(t) == text.substr(lead, text.size() - lead - trail));
+    FUZZ_CHECK(toUnits(t) == text.substr(lead, text.size() - lead - trail));
     return 0;
 }

@@ -9,13 +9,13 @@
 // header lines, each once, none longer than 998 bytes; the subject decodes to the input;
 // the text part is the text with every line break as CR LF; every attachment's base64
 // (96-character lines) decodes to its bytes; dot-stuffing undone gives the message.
+#include "fuzz_check.h"
 #include "vardo/csismtpmail.h"
 
 #include "smtp_peer.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <thread>
@@ -24,12 +24,6 @@
 using namespace Vardo400;
 
 namespace {
-
-void check(bool ok)
-{
-    if (!ok)
-        std::abort();
-}
 
 fuzz_smtp::Listener& listener()
 {
@@ -93,7 +87,7 @@ std::string unbase64(const std::string& s)
         if (c == '=')
             break;
         int v = b64value(c);
-        check(v >= 0);
+        FUZZ_CHECK(v >= 0);
         acc = (acc << 6) | (uint32_t)v;
         bits += 6;
         if (bits >= 8) {
@@ -122,13 +116,13 @@ std::vector<std::string> splitLines(const std::string& s)
 // Undoes dot-stuffing and removes the final "\r\n.\r\n".
 std::string unstuff(const std::string& data)
 {
-    check(data.size() >= 5 && data.compare(data.size() - 5, 5, "\r\n.\r\n") == 0);
+    FUZZ_CHECK(data.size() >= 5 && data.compare(data.size() - 5, 5, "\r\n.\r\n") == 0);
     std::string body = data.substr(0, data.size() - 3);   // keep the CR LF before "."
     std::string out;
     bool lineStart = true;
     for (size_t i = 0; i < body.size(); ++i) {
         if (lineStart && body[i] == '.') {
-            check(i + 1 < body.size() && body[i + 1] == '.');
+            FUZZ_CHECK(i + 1 < body.size() && body[i + 1] == '.');
             ++i;
         }
         out += body[i];
@@ -193,17 +187,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (const std::string& p : paths)
         std::remove(p.c_str());
     rmdir(dir);
-    check(sent);
+    FUZZ_CHECK(sent);
 
     std::string message = unstuff(received);
     size_t headerEnd = message.find("\r\n\r\n");
-    check(headerEnd != std::string::npos);
+    FUZZ_CHECK(headerEnd != std::string::npos);
     std::map<std::string, int> seen;
     std::string current, subjectHeader, contentType;
     for (const std::string& line : splitLines(message.substr(0, headerEnd))) {
-        check(line.size() <= 998);
+        FUZZ_CHECK(line.size() <= 998);
         if (!line.empty() && (line[0] == ' ' || line[0] == '\t')) {
-            check(!current.empty());
+            FUZZ_CHECK(!current.empty());
             if (current == "Subject")
                 subjectHeader += line.substr(1);
             if (current == "Content-Type")
@@ -211,17 +205,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             continue;
         }
         size_t colon = line.find(": ");
-        check(colon != std::string::npos);
+        FUZZ_CHECK(colon != std::string::npos);
         current = line.substr(0, colon);
-        check(current == "Message-ID" || current == "Date" || current == "From" || current == "To" ||
+        FUZZ_CHECK(current == "Message-ID" || current == "Date" || current == "From" || current == "To" ||
               current == "Subject" || current == "Mime-Version" || current == "Content-Type");
-        check(++seen[current] == 1);
+        FUZZ_CHECK(++seen[current] == 1);
         if (current == "Subject")
             subjectHeader = line.substr(colon + 2);
         if (current == "Content-Type")
             contentType = line;
     }
-    check(seen.size() == 7);
+    FUZZ_CHECK(seen.size() == 7);
 
     // Subject: plain, or encoded words that decode to the text.
     std::string subjectUtf8 = latin1ToUtf8(subject);
@@ -229,55 +223,55 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::string decoded;
         size_t p = 0;
         while (p < subjectHeader.size()) {
-            check(subjectHeader.compare(p, 10, "=?UTF-8?B?") == 0);
+            FUZZ_CHECK(subjectHeader.compare(p, 10, "=?UTF-8?B?") == 0);
             size_t end = subjectHeader.find("?=", p + 10);
-            check(end != std::string::npos && end - p <= 75);
+            FUZZ_CHECK(end != std::string::npos && end - p <= 75);
             decoded += unbase64(subjectHeader.substr(p + 10, end - p - 10));
             p = end + 2;
             while (p < subjectHeader.size() && subjectHeader[p] == ' ')
                 ++p;
         }
-        check(decoded == subjectUtf8);
+        FUZZ_CHECK(decoded == subjectUtf8);
     } else {
-        check(!(data[0] & 1));
-        check(subjectHeader == subjectUtf8);
+        FUZZ_CHECK(!(data[0] & 1));
+        FUZZ_CHECK(subjectHeader == subjectUtf8);
     }
 
     size_t b = contentType.find("boundary=\"");
-    check(b != std::string::npos);
+    FUZZ_CHECK(b != std::string::npos);
     std::string boundary = contentType.substr(b + 10, contentType.find('"', b + 10) - b - 10);
     std::string delimiter = "\r\n--" + boundary;
     std::vector<std::string> parts;
     size_t pos = headerEnd + 2;
     for (;;) {
         size_t next = message.find(delimiter, pos);
-        check(next != std::string::npos);
+        FUZZ_CHECK(next != std::string::npos);
         parts.push_back(message.substr(pos, next - pos));
         pos = next + delimiter.size();
         if (message.compare(pos, 2, "--") == 0)
             break;
-        check(message.compare(pos, 2, "\r\n") == 0);
+        FUZZ_CHECK(message.compare(pos, 2, "\r\n") == 0);
         pos += 2;
     }
-    check(parts.size() == atts.size() + 2);
+    FUZZ_CHECK(parts.size() == atts.size() + 2);
     std::string textPart = parts[1];
     size_t textStart = textPart.find("\r\n\r\n");
-    check(textStart != std::string::npos);
-    check(textPart.substr(textStart + 4) == crlf(latin1ToUtf8(text)));
+    FUZZ_CHECK(textStart != std::string::npos);
+    FUZZ_CHECK(textPart.substr(textStart + 4) == crlf(latin1ToUtf8(text)));
     for (size_t i = 0; i < atts.size(); ++i) {
         const std::string& part = parts[i + 2];
         size_t bodyStart = part.find("\r\n\r\n");
-        check(bodyStart != std::string::npos);
-        check(part.find("Content-Transfer-Encoding: base64\r\n") < bodyStart);
+        FUZZ_CHECK(bodyStart != std::string::npos);
+        FUZZ_CHECK(part.find("Content-Transfer-Encoding: base64\r\n") < bodyStart);
         std::string encoded;
         std::vector<std::string> lines = splitLines(part.substr(bodyStart + 4));
         for (size_t k = 0; k < lines.size(); ++k) {
-            check(lines[k].size() <= 96);
+            FUZZ_CHECK(lines[k].size() <= 96);
             if (k + 2 < lines.size())
-                check(lines[k].size() == 96);
+                FUZZ_CHECK(lines[k].size() == 96);
             encoded += lines[k];
         }
-        check(unbase64(encoded) == atts[i].second);
+        FUZZ_CHECK(unbase64(encoded) == atts[i].second);
     }
     return 0;
 }

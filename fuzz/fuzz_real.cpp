@@ -10,6 +10,7 @@
 // the reading equals std::from_chars' correctly rounded one; the formatted text of every
 // reading is at most 28 characters, matches FromNumberToAscii, and reads back to the
 // identical double (parse, format, parse is stable).
+#include "fuzz_check.h"
 #include "vardo/neutralstr.h"
 
 #include <charconv>
@@ -24,12 +25,6 @@ using namespace Vardo400;
 
 namespace {
 
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
-
 bool sameBits(double a, double b)
 {
     return std::memcmp(&a, &b, sizeof a) == 0;
@@ -39,21 +34,21 @@ void checkFormat(double v)
 {
     const SWCharString s = NeutralString::FromNumber(v);
     const SAsciiString a = NeutralString::FromNumberToAscii(v);
-    check(s.getLength() >= 1 && s.getLength() <= 28 && a.getLength() == s.getLength());
+    FUZZ_CHECK(s.getLength() >= 1 && s.getLength() <= 28 && a.getLength() == s.getLength());
     for (unsigned int i = 0; i < s.getLength(); ++i)
-        check(s.data()[i] == static_cast<unsigned char>(a.data()[i]));
+        FUZZ_CHECK(s.data()[i] == static_cast<unsigned char>(a.data()[i]));
     if (std::isnan(v))
         return;
     double back = 12345;
-    check(NeutralString::ToNumber(s, back));
+    FUZZ_CHECK(NeutralString::ToNumber(s, back));
     if (std::fabs(v) >= 1e-292 || std::isinf(v)) {
-        check(sameBits(back, v));
+        FUZZ_CHECK(sameBits(back, v));
     } else {
         // Below the reach of 17 digits: the closest readable text, whose reading itself
         // formats and reads back exactly.
         double again = 12345;
-        check(NeutralString::ToNumber(NeutralString::FromNumber(back), again));
-        check(sameBits(again, back));
+        FUZZ_CHECK(NeutralString::ToNumber(NeutralString::FromNumber(back), again));
+        FUZZ_CHECK(sameBits(again, back));
     }
 }
 
@@ -117,7 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (NeutralString::ToNumber(wide, d))
             checkFormat(d);
         else
-            check(d == 7);
+            FUZZ_CHECK(d == 7);
         return 0;
     }
 
@@ -151,25 +146,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                                               SAsciiString::iterator(exact + size), f3);
     std::free(exact);
 
-    check(ok1 == ok2 && ok1 == ok3 && ok1 == ok4 && ok1 == okf1 && ok1 == okf2 && ok1 == okf3);
+    FUZZ_CHECK(ok1 == ok2 && ok1 == ok3 && ok1 == ok4 && ok1 == okf1 && ok1 == okf2 && ok1 == okf3);
     if (!ok1) {
-        check(d1 == 7 && d2 == 7 && d3 == 7 && d4 == 7 && f1 == 7 && f2 == 7 && f3 == 7);
+        FUZZ_CHECK(d1 == 7 && d2 == 7 && d3 == 7 && d4 == 7 && f1 == 7 && f2 == 7 && f3 == 7);
         return 0;
     }
-    check(sameBits(d1, d2) && sameBits(d1, d3) && sameBits(d1, d4));
+    FUZZ_CHECK(sameBits(d1, d2) && sameBits(d1, d3) && sameBits(d1, d4));
     float f;
     if (std::fabs(d1) >= 0x1.ffffffp127)
         f = d1 < 0 ? -HUGE_VALF : HUGE_VALF;
     else
         f = static_cast<float>(d1);
-    check(std::memcmp(&f, &f1, sizeof f) == 0 && std::memcmp(&f, &f2, sizeof f) == 0 &&
+    FUZZ_CHECK(std::memcmp(&f, &f1, sizeof f) == 0 && std::memcmp(&f, &f2, sizeof f) == 0 &&
           std::memcmp(&f, &f3, sizeof f) == 0);
 
     if (plainDecimal(text.data(), size)) {
         double r;
         const std::from_chars_result fr = std::from_chars(text.data(), text.data() + size, r);
         if (fr.ec == std::errc() && std::isfinite(r) && std::fabs(r) >= 1e-300 && d1 != 0)
-            check(sameBits(r, d1));
+            FUZZ_CHECK(sameBits(r, d1));
     }
     checkFormat(d1);
     return 0;

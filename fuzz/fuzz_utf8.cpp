@@ -3,22 +3,16 @@
 // block of its exact size), results and positions within their documented bounds,
 // whole-or-nothing failure, and exact round trips of what was accepted. Then the
 // lenient policy of the converter core against the per-character rules.
+#include "fuzz_check.h"
 #include "vardo/UTFConverter.h"
 #include "utf_policy_fuzz.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 using namespace Vardo400;
-
-#define CHECK(x)                                                                          \
-    do {                                                                                  \
-        if (!(x))                                                                         \
-            __builtin_trap();                                                             \
-    } while (0)
 
 namespace {
 
@@ -28,21 +22,21 @@ void stepBounds(const unsigned char* in, size_t n, size_t room, ConversionFlags 
     const unsigned char* s = in;
     unsigned short* t = out16.data();
     const ConversionResult r = ConvertUTF8toUTF16(&s, in + n, &t, out16.data() + room, flags);
-    CHECK(r >= conversionOK && r <= sourceIllegal);
-    CHECK(s >= in && s <= in + n);
-    CHECK(t >= out16.data() && t <= out16.data() + room);
-    CHECK(static_cast<size_t>(t - out16.data()) <= static_cast<size_t>(s - in)); // a unit per byte at most
-    CHECK((r == conversionOK) == (s == in + n));
+    FUZZ_CHECK(r >= conversionOK && r <= sourceIllegal);
+    FUZZ_CHECK(s >= in && s <= in + n);
+    FUZZ_CHECK(t >= out16.data() && t <= out16.data() + room);
+    FUZZ_CHECK(static_cast<size_t>(t - out16.data()) <= static_cast<size_t>(s - in)); // a unit per byte at most
+    FUZZ_CHECK((r == conversionOK) == (s == in + n));
 
     std::vector<unsigned long> out32(room + 1);
     const unsigned char* s2 = in;
     unsigned long* t32 = out32.data();
     const ConversionResult r32 = ConvertUTF8toUTF32(&s2, in + n, &t32, out32.data() + room, flags);
-    CHECK(r32 >= conversionOK && r32 <= sourceIllegal);
-    CHECK(s2 >= in && s2 <= in + n);
-    CHECK(static_cast<size_t>(t32 - out32.data()) <= static_cast<size_t>(s2 - in));
+    FUZZ_CHECK(r32 >= conversionOK && r32 <= sourceIllegal);
+    FUZZ_CHECK(s2 >= in && s2 <= in + n);
+    FUZZ_CHECK(static_cast<size_t>(t32 - out32.data()) <= static_cast<size_t>(s2 - in));
     for (unsigned long* p = out32.data(); p < t32; ++p)
-        CHECK(*p <= 0x10FFFF);
+        FUZZ_CHECK(*p <= 0x10FFFF);
 }
 
 } // namespace
@@ -65,20 +59,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     SWCharString w;
     const bool ok = w.fromUTF8(in, static_cast<unsigned int>(size));
     if (!ok) {
-        CHECK(w.isEmpty());
+        FUZZ_CHECK(w.isEmpty());
     } else {
-        CHECK(w.getLength() <= textBytes);
+        FUZZ_CHECK(w.getLength() <= textBytes);
         // Re-encoding: within the documented bound, and back to the same units.
         const unsigned int bound = w.getNBytesForUTF8();
         std::vector<unsigned char> enc(bound + 1);
         const unsigned int n = w.toUTF8(enc.data(), bound);
-        CHECK(n != 0xFFFFFFFFu && n + 1 <= bound && enc[n] == 0);
+        FUZZ_CHECK(n != 0xFFFFFFFFu && n + 1 <= bound && enc[n] == 0);
         // Input without encoded surrogates comes back byte for byte.
         if (!std::memchr(in, 0xED, textBytes))
-            CHECK(n == textBytes && std::memcmp(enc.data(), in, n) == 0);
+            FUZZ_CHECK(n == textBytes && std::memcmp(enc.data(), in, n) == 0);
         SWCharString back;
-        CHECK(back.fromUTF8(enc.data(), n));
-        CHECK(back == w);
+        FUZZ_CHECK(back.fromUTF8(enc.data(), n));
+        FUZZ_CHECK(back == w);
     }
 
     // The same rules through UTF-32, on a 0-terminated copy.
@@ -86,18 +80,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     z.push_back(0);
     CSmartRefCountPtr<UTFBuffer_t<unsigned long> > cps;
     const bool ok32 = CUTFConverter::UTF8ToUCS4(z.data(), cps);
-    CHECK(ok32 == ok);
+    FUZZ_CHECK(ok32 == ok);
     if (ok32) {
-        CHECK(!cps.isNull() && cps->getLength() <= textBytes + 1);
+        FUZZ_CHECK(!cps.isNull() && cps->getLength() <= textBytes + 1);
         CSmartRefCountPtr<UTFBuffer_t<unsigned char> > again;
-        CHECK(CUTFConverter::UCS4ToUTF8(cps->data(), again));
+        FUZZ_CHECK(CUTFConverter::UCS4ToUTF8(cps->data(), again));
         // Every accepted sequence is a shortest form: exactly the input again.
-        CHECK(again->getLength() == textBytes + 1 && std::memcmp(again->data(), z.data(), textBytes + 1) == 0);
+        FUZZ_CHECK(again->getLength() == textBytes + 1 && std::memcmp(again->data(), z.data(), textBytes + 1) == 0);
     } else {
-        CHECK(cps.isNull());
+        FUZZ_CHECK(cps.isNull());
     }
     STovoString t;
-    CHECK(CUTFConverter::UTF8ToUTF16(z.data(), t) == ok);
+    FUZZ_CHECK(CUTFConverter::UTF8ToUTF16(z.data(), t) == ok);
 
     // The input as UTF-16 units: the lenient encoder never fails and decodes back exactly.
     const size_t units = size / 2;
@@ -107,14 +101,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::vector<unsigned char> u8(3 * units + 1);
     const unsigned short* s16 = u.data();
     unsigned char* t8 = u8.data();
-    CHECK(ConvertUTF16toUTF8(&s16, u.data() + units, &t8, u8.data() + 3 * units, lenientConversion) == conversionOK);
+    FUZZ_CHECK(ConvertUTF16toUTF8(&s16, u.data() + units, &t8, u8.data() + 3 * units, lenientConversion) == conversionOK);
     const size_t written = static_cast<size_t>(t8 - u8.data());
-    CHECK(written <= 3 * units);
+    FUZZ_CHECK(written <= 3 * units);
     std::vector<unsigned short> u16(written + 1);
     const unsigned char* s8 = u8.data();
     unsigned short* t16 = u16.data();
-    CHECK(ConvertUTF8toUTF16(&s8, u8.data() + written, &t16, u16.data() + written, lenientConversion) == conversionOK);
-    CHECK(static_cast<size_t>(t16 - u16.data()) == units && std::equal(u.begin(), u.end(), u16.begin()));
+    FUZZ_CHECK(ConvertUTF8toUTF16(&s8, u8.data() + written, &t16, u16.data() + written, lenientConversion) == conversionOK);
+    FUZZ_CHECK(static_cast<size_t>(t16 - u16.data()) == units && std::equal(u.begin(), u.end(), u16.begin()));
 
     // With a smaller target the encoder stops cleanly before a whole character: what it
     // wrote is a prefix of the full encoding, and it ends where that character starts.
@@ -124,8 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     t8 = part.data();
     const ConversionResult r = ConvertUTF16toUTF8(&s16, u.data() + units, &t8, part.data() + room8, lenientConversion);
     const size_t partLen = static_cast<size_t>(t8 - part.data());
-    CHECK(r == conversionOK || r == targetExhausted);
-    CHECK(partLen <= room8 && std::memcmp(part.data(), u8.data(), partLen) == 0);
-    CHECK(r == conversionOK ? partLen == written : partLen < written);
+    FUZZ_CHECK(r == conversionOK || r == targetExhausted);
+    FUZZ_CHECK(partLen <= room8 && std::memcmp(part.data(), u8.data(), partLen) == 0);
+    FUZZ_CHECK(r == conversionOK ? partLen == written : partLen < written);
     return utf_fuzz::run(data, size, utf_fuzz::Policy::lenient);
 }

@@ -6,6 +6,7 @@
 #ifndef VARDO_FUZZ_UTF_POLICY_H
 #define VARDO_FUZZ_UTF_POLICY_H
 
+#include "fuzz_check.h"
 #include "utf_reference.h"
 #include "utfcore.h"
 
@@ -14,12 +15,6 @@
 #include <cstring>
 #include <memory>
 #include <vector>
-
-#define UTF_CHECK(x)                                                                      \
-    do {                                                                                  \
-        if (!(x))                                                                         \
-            __builtin_trap();                                                             \
-    } while (0)
 
 namespace utf_fuzz {
 
@@ -40,11 +35,11 @@ void check(const In* in, size_t n, size_t room, Step step, const utfref::Outcome
     const In* s = in;
     Out* t = out.get();
     const int r = step(&s, in + n, &t, out.get() + room);
-    UTF_CHECK(r == expect.result);
-    UTF_CHECK(static_cast<size_t>(s - in) == expect.consumed);
-    UTF_CHECK(static_cast<size_t>(t - out.get()) == expect.out.size());
+    FUZZ_CHECK(r == expect.result);
+    FUZZ_CHECK(static_cast<size_t>(s - in) == expect.consumed);
+    FUZZ_CHECK(static_cast<size_t>(t - out.get()) == expect.out.size());
     for (size_t i = 0; i < expect.out.size(); ++i)
-        UTF_CHECK(out[i] == expect.out[i]);
+        FUZZ_CHECK(out[i] == expect.out[i]);
 }
 
 inline void decode(const unsigned char* in, size_t n, size_t room, Policy policy, unsigned short replacement)
@@ -84,7 +79,7 @@ inline int run(const uint8_t* data, size_t size, Policy policy)
     // Well-formed input: the unit count that sizes long conversions is exact.
     const utfref::Outcome whole = utfref::fromUtf8(in.get(), size, size, Policy::lenient);
     if (whole.result == utfref::ok)
-        UTF_CHECK(Vardo400::utf::utf8UnitCount(in.get(), size) == whole.out.size());
+        FUZZ_CHECK(Vardo400::utf::utf8UnitCount(in.get(), size) == whole.out.size());
 
     // The same bytes read as UTF-16 units, in every target size class.
     const size_t units = size / 2;
@@ -106,10 +101,10 @@ inline int run(const uint8_t* data, size_t size, Policy policy)
         std::vector<unsigned short> text;
         if (Vardo400::utf::utf8ToUtf16(in.get(), size, text, policy)) {
             std::string back;
-            UTF_CHECK(Vardo400::utf::utf16ToUtf8(text.data(), text.size(), back, policy));
-            UTF_CHECK(back.size() == size && std::memcmp(back.data(), in.get(), size) == 0);
+            FUZZ_CHECK(Vardo400::utf::utf16ToUtf8(text.data(), text.size(), back, policy));
+            FUZZ_CHECK(back.size() == size && std::memcmp(back.data(), in.get(), size) == 0);
         } else {
-            UTF_CHECK(policy == Policy::strict && text.empty());
+            FUZZ_CHECK(policy == Policy::strict && text.empty());
         }
     }
     return 0;
